@@ -1,0 +1,67 @@
+# shellcheck shell=bash
+# Helpers shared by db-start.sh, db-stop.sh and db-kill.sh (sourced, not run).
+#
+# A private server keeps everything in one directory DIR:
+#   DIR/data          data directory
+#   DIR/mysqld.sock   unix socket
+#   DIR/mysqld.pid    pid file written by the server (removed on a clean stop)
+#   DIR/mysqld.bgpid  our own copy of the pid
+#   DIR/mysqld.err    error log
+#   DIR/mysqld.out    the server's stdout/stderr
+#   DIR/port          TCP port on 127.0.0.1, chosen once
+#   DIR/env           NORVA_TEST_DB=... and NORVA_TEST_DB_DIR=...
+
+# mariadbd lives in /usr/sbin, which a non-root PATH often lacks.
+PATH="$PATH:/usr/sbin:/sbin"
+
+db_die() {
+    echo "$(basename "$0"): $*" >&2
+    exit 1
+}
+
+# Absolute, symlink-free form of an existing directory.
+db_abs_dir() {
+    (cd "$1" && pwd -P)
+}
+
+# True while the process exists and is not a zombie (an unreaped dead
+# process still answers kill -0).
+db_pid_alive() {
+    local pid=$1 stat
+    kill -0 "$pid" 2>/dev/null || return 1
+    stat=$(cat "/proc/$pid/stat" 2>/dev/null) || return 1
+    stat=${stat##*) }
+    [[ ${stat%% *} != Z ]]
+}
+
+# True when PID is a live server using DIR/data (guards against pid reuse).
+db_pid_is_ours() {
+    local pid=$1 dir=$2
+    [[ $pid =~ ^[0-9]+$ ]] || return 1
+    db_pid_alive "$pid" || return 1
+    tr '\0' '\n' <"/proc/$pid/cmdline" 2>/dev/null | grep -qxF -- "--datadir=$dir/data"
+}
+
+# Prints the pid of the server running from DIR, or fails.
+db_running_pid() {
+    local dir=$1 pid f
+    for f in "$dir/mysqld.bgpid" "$dir/mysqld.pid"; do
+        [[ -r $f ]] || continue
+        pid=$(tr -dc '0-9' <"$f")
+        if db_pid_is_ours "$pid" "$dir"; then
+            echo "$pid"
+            return 0
+        fi
+    done
+    return 1
+}
+
+# Waits up to SECONDS (fractions allowed) for PID to be gone.
+db_wait_gone() {
+    local pid=$1 seconds=$2 i
+    for ((i = 0; i < ${seconds%.*} * 10; i++)); do
+        db_pid_alive "$pid" || return 0
+        sleep 0.1
+    done
+    ! db_pid_alive "$pid"
+}

@@ -1,0 +1,173 @@
+#!/usr/bin/env bash
+# Starts (or restarts) a private MariaDB server whose whole state lives in DIR,
+# loads sql/jdfdb.sql into it and writes DIR/env.
+#
+#   scripts/db-start.sh DIR
+#
+# The first run creates DIR/data and picks a free TCP port on 127.0.0.1;
+# later runs reuse both, so a server stopped or killed comes back with the
+# same port and data. If the server is already running, only prints how to
+# reach it.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
+# shellcheck source-path=SCRIPTDIR source=db-common.sh
+. "$here/db-common.sh"
+
+[[ $# -eq 1 && -n $1 ]] || { echo "usage: $0 DIR" >&2; exit 2; }
+schema="$here/../sql/jdfdb.sql"
+[[ -r $schema ]] || db_die "schema file not found: $schema"
+
+mkdir -p "$1"
+dir=$(db_abs_dir "$1")
+sock="$dir/mysqld.sock"
+
+# sun_path holds 108 bytes including the terminating NUL.
+sock_bytes=$(printf %s "$sock" | wc -c)
+if ((sock_bytes > 107)); then
+    db_die "socket path is $sock_bytes bytes, the limit is 107: $sock (use a shorter DIR)"
+fi
+
+# Install the server if this machine lacks it.
+if ! command -v mariadbd >/dev/null || ! command -v mariadb-install-db >/dev/null ||
+    ! command -v mariadb-admin >/dev/null || ! command -v mariadb >/dev/null; then
+    bash "$here/install-deps.sh" mariadb-server mariadb-client
+fi
+
+# As root the server must be told to run as root; otherwise it runs as the
+# calling user, and the admin account over the socket is that user's
+# (unix_socket authentication matches the login name).
+if ((EUID == 0)); then
+    dba=root
+    user_opt=(--user=root)
+else
+    dba=$(id -un) || db_die "the current uid has no user name"
+    user_opt=()
+fi
+
+admin=(mariadb-admin --no-defaults --protocol=socket -S "$sock" -u"$dba")
+client=(mariadb --no-defaults --protocol=socket -S "$sock" -u"$dba")
+
+port_in_use() {
+    (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
+}
+
+pick_port() {
+    local start=$((20000 + RANDOM % 20001)) i p
+    for ((i = 0; i < 20001; i++)); do
+        p=$((20000 + (start - 20000 + i) % 20001))
+        if ! port_in_use "$p"; then
+            echo "$p"
+            return 0
+        fi
+    done
+    return 1
+}
+
+show_logs() {
+    local f
+    for f in "$dir/mysqld.err" "$dir/mysqld.out"; do
+        if [[ -s $f ]]; then
+            echo "---- last lines of $f" >&2
+            tail -n 30 "$f" >&2
+        fi
+    done
+}
+
+# Waits until the server answers on the socket; fails if PID dies or after 30 s.
+wait_ready() {
+    local pid=$1 deadline=$((SECONDS + 30))
+    until "${admin[@]}" ping >/dev/null 2>&1; do
+        if ! db_pid_alive "$pid"; then
+            echo "$(basename "$0"): the server in $dir exited during start-up" >&2
+            show_logs
+            return 1
+        fi
+        if ((SECONDS >= deadline)); then
+            echo "$(basename "$0"): the server in $dir did not answer within 30 s; killing it" >&2
+            kill -KILL "$pid" 2>/dev/null || true
+            show_logs
+            return 1
+        fi
+        sleep 0.05
+    done
+}
+
+write_env() {
+    printf 'NORVA_TEST_DB=tcp://127.0.0.1:%s\nNORVA_TEST_DB_DIR=%s\n' "$port" "$dir" >"$dir/env.tmp"
+    mv -f "$dir/env.tmp" "$dir/env"
+}
+
+report() {
+    cat <<EOF
+MariaDB server for $dir is running (pid $1).
+  library host:   tcp://127.0.0.1:$port
+  client:         mariadb --no-defaults -h127.0.0.1 -P$port -ulumbo27 -plumbo27 jdfdb
+  admin (socket): mariadb --no-defaults -S $sock -u$dba
+  environment:    $dir/env
+  stop:           $here/db-stop.sh $dir
+EOF
+}
+
+# Already running: nothing to start.
+if pid=$(db_running_pid "$dir"); then
+    port=$(cat "$dir/port")
+    wait_ready "$pid"
+    write_env
+    report "$pid"
+    exit 0
+fi
+
+# First run: create the data directory. The marker file tells a finished
+# installation from one that was interrupted.
+if [[ ! -e $dir/installed ]]; then
+    rm -rf "$dir/data"
+    install_opt=("${user_opt[@]}")
+    ((EUID == 0)) || install_opt+=(--auth-root-socket-user="$dba")
+    if ! mariadb-install-db --no-defaults --datadir="$dir/data" "${install_opt[@]}" \
+        --auth-root-authentication-method=socket --skip-test-db >"$dir/install.log" 2>&1; then
+        cat "$dir/install.log" >&2
+        db_die "mariadb-install-db failed for $dir/data"
+    fi
+    touch "$dir/installed"
+fi
+
+if [[ -s $dir/port ]]; then
+    port=$(cat "$dir/port")
+    [[ $port =~ ^[0-9]+$ ]] || db_die "bad port in $dir/port: $port"
+    if port_in_use "$port"; then
+        db_die "port $port (from $dir/port) is already in use by another process"
+    fi
+else
+    port=$(pick_port) || db_die "no free TCP port found in 20000-40000"
+    echo "$port" >"$dir/port"
+fi
+
+rm -f "$dir/mysqld.pid" "$dir/mysqld.bgpid"
+setsid mariadbd --no-defaults "${user_opt[@]}" \
+    --datadir="$dir/data" --socket="$sock" --port="$port" --bind-address=127.0.0.1 \
+    --pid-file="$dir/mysqld.pid" --log-error="$dir/mysqld.err" --skip-name-resolve \
+    --innodb-buffer-pool-size=64M --character-set-server=utf8mb4 \
+    --collation-server=utf8mb4_general_ci --max-allowed-packet=64M \
+    </dev/null >>"$dir/mysqld.out" 2>&1 &
+pid=$!
+echo "$pid" >"$dir/mysqld.bgpid"
+
+wait_ready "$pid"
+
+# Keep the server's own idea of its pid (they differ only if setsid forked).
+if [[ -s $dir/mysqld.pid ]]; then
+    spid=$(tr -dc '0-9' <"$dir/mysqld.pid")
+    if [[ -n $spid && $spid != "$pid" ]] && db_pid_is_ours "$spid" "$dir"; then
+        pid=$spid
+        echo "$pid" >"$dir/mysqld.bgpid"
+    fi
+fi
+
+# The schema file is idempotent, so it is loaded on every start.
+if ! "${client[@]}" <"$schema"; then
+    db_die "loading $schema failed (the server keeps running; stop it with $here/db-stop.sh $dir)"
+fi
+
+write_env
+report "$pid"

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Installs the Debian packages needed to build, test and run the library,
+# skipping what is already there (no network access when nothing is missing).
+#
+#   scripts/install-deps.sh            # everything
+#   scripts/install-deps.sh PKG...     # only these packages
+set -euo pipefail
+
+if (($# > 0)); then
+    wanted=("$@")
+else
+    wanted=(build-essential cmake pkg-config libmysqlcppconn-dev libxerces-c-dev
+        libwxgtk3.2-dev mariadb-server mariadb-client libgtest-dev googletest
+        libbenchmark-dev clang libclang-rt-14-dev)
+fi
+
+missing=()
+for pkg in "${wanted[@]}"; do
+    status=$(dpkg-query -W -f='${db:Status-Status}' "$pkg" 2>/dev/null || true)
+    [[ $status == installed ]] || missing+=("$pkg")
+done
+((${#missing[@]} == 0)) && exit 0
+
+echo "install-deps: installing ${missing[*]}" >&2
+if ((EUID == 0)); then
+    as_root=()
+elif command -v sudo >/dev/null; then
+    as_root=(sudo)
+else
+    echo "install-deps: not root and no sudo; please install: ${missing[*]}" >&2
+    exit 1
+fi
+
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds the library and the demo program, starts a private database server,
+# runs the demo against it from a fresh working directory and stops the
+# server again. Extra arguments go to the demo.
+#
+#   scripts/run-demo.sh [DEMO-ARGS...]
+#
+# Exits with the demo's status.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+build="$root/build/plain"
+
+bash scripts/install-deps.sh
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON
+cmake --build "$build" -j2 --target norva_demo
+
+dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
+workdir=""
+# shellcheck disable=SC2317  # called from the EXIT trap
+cleanup() {
+    bash "$root/scripts/db-stop.sh" "$dbdir" || true
+    rm -rf "$dbdir"
+    [[ -z $workdir ]] || rm -rf "$workdir"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+bash scripts/db-start.sh "$dbdir"
+while IFS='=' read -r key value; do
+    [[ -n $key ]] && export "$key=$value"
+done <"$dbdir/env"
+
+# The library reads norva.conf and datalayer.xml from the working directory,
+# so the demo starts in an empty one.
+workdir=$(mktemp -d /tmp/norvademo.XXXXXX)
+status=0
+(cd "$workdir" && "$build/examples/norva_demo" --db "$NORVA_TEST_DB" "$@") || status=$?
+exit "$status"

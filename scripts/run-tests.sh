@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Builds the library and its tests, starts a private database server for
+# them, runs the test suite and stops the server again.
+#
+#   scripts/run-tests.sh               # build/plain
+#   scripts/run-tests.sh --sanitize    # build/sanitize, ASan + UBSan
+#
+# Exits with the status of ctest.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+
+mode=plain
+sanitize=OFF
+for arg in "$@"; do
+    case $arg in
+        --sanitize) mode=sanitize; sanitize=ON ;;
+        *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+    esac
+done
+build="$root/build/$mode"
+
+bash scripts/install-deps.sh
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
+cmake --build "$build" -j2
+
+dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
+# shellcheck disable=SC2317  # called from the EXIT trap
+cleanup() {
+    bash "$root/scripts/db-stop.sh" "$dbdir" || true
+    rm -rf "$dbdir"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+bash scripts/db-start.sh "$dbdir"
+while IFS='=' read -r key value; do
+    [[ -n $key ]] && export "$key=$value"
+done <"$dbdir/env"
+
+if [[ $mode == sanitize ]]; then
+    export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+    export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+    if [[ -f $root/tests/lsan.supp ]]; then
+        export LSAN_OPTIONS="suppressions=$root/tests/lsan.supp"
+    fi
+fi
+
+status=0
+ctest --test-dir "$build" --output-on-failure || status=$?
+exit "$status"
