@@ -1,0 +1,111 @@
+#include "TestSupport.h"
+
+#include <cppconn/driver.h>
+#include <cppconn/exception.h>
+#include <cppconn/resultset.h>
+#include <cppconn/statement.h>
+#include <gtest/gtest.h>
+#include <mysql_driver.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "StringUtils.h"
+
+namespace testing_support {
+
+static std::string Env(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string DbHost() { return Env("NORVA_TEST_DB"); }
+std::string DbDir() { return Env("NORVA_TEST_DB_DIR"); }
+
+LogCapture::LogCapture() {
+    Logger* logger = Logger::Initialise();
+    m_oldLevel = logger->GetLevel();
+    logger->SetLevel(5);
+    logger->SetSink([this](LOG_CONST, const std::wstring& line) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(line);
+    });
+}
+
+LogCapture::~LogCapture() {
+    Logger* logger = Logger::Initialise();
+    logger->SetSink(nullptr);
+    logger->SetLevel(m_oldLevel);
+}
+
+std::vector<std::wstring> LogCapture::Lines() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+bool LogCapture::Contains(const std::wstring& line) const { return Count(line) > 0; }
+
+size_t LogCapture::Count(const std::wstring& line) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return std::count(m_lines.begin(), m_lines.end(), line);
+}
+
+bool LogCapture::ContainsText(const std::wstring& part) const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& line : m_lines)
+        if (line.find(part) != std::wstring::npos) return true;
+    return false;
+}
+
+void LogCapture::Clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+}
+
+RawDb::RawDb() {
+    if (DbHost().empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
+    sql::ConnectOptionsMap options;
+    options["hostName"] = sql::SQLString(DbHost());
+    options["userName"] = sql::SQLString("lumbo27");
+    options["password"] = sql::SQLString("lumbo27");
+    options["schema"] = sql::SQLString("jdfdb");
+    options["OPT_RECONNECT"] = true;
+    options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
+    m_connection.reset(sql::mysql::get_driver_instance()->connect(options));
+}
+
+RawDb::~RawDb() = default;
+
+void RawDb::Exec(const std::string& text) {
+    std::unique_ptr<sql::Statement> statement(m_connection->createStatement());
+    statement->execute(text);
+}
+
+std::string RawDb::Scalar(const std::string& text) {
+    std::unique_ptr<sql::Statement> statement(m_connection->createStatement());
+    std::unique_ptr<sql::ResultSet> result(statement->executeQuery(text));
+    if (!result->next()) return "<none>";
+    std::string value = result->getString(1);
+    return result->wasNull() ? "<null>" : value;
+}
+
+long RawDb::Count(const std::string& table, const std::string& where) {
+    return std::stol(Scalar("SELECT COUNT(*) FROM " + table + (where.empty() ? "" : " WHERE " + where)));
+}
+
+void RawDb::Reset(std::initializer_list<const char*> tables) {
+    for (const char* table : tables) Exec(std::string("DELETE FROM ") + table);
+    Exec("UPDATE MAXID SET JDFTICKET=0, CONTENT=0, DEVICEJOB=0, STATSSUBS=0, SERVER=0, DEVICE=0, LOG=0");
+}
+
+static void RunScript(const std::string& script) {
+    const std::string command = std::string("bash ") + NORVA_SOURCE_DIR + "/scripts/" + script + " '" + DbDir() +
+                                "' >/dev/null 2>&1";
+    ASSERT_EQ(0, std::system(command.c_str())) << command;
+}
+
+void KillServer() { RunScript("db-kill.sh"); }
+void StartServer() { RunScript("db-start.sh"); }
+
+}  // namespace testing_support

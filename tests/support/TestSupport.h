@@ -1,0 +1,61 @@
+#ifndef NORVA_TESTS_TESTSUPPORT_H
+#define NORVA_TESTS_TESTSUPPORT_H
+
+#include <Logger.h>
+
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace sql {
+class Connection;
+}
+
+namespace testing_support {
+
+// The private server the suite runs against (environment of scripts/db-start.sh).
+std::string DbHost();  // "tcp://127.0.0.1:PORT"
+std::string DbDir();   // the server's directory, for kill/restart
+
+// Captures every line the process logger writes (level 5 and below) while alive.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    std::vector<std::wstring> Lines() const;
+    bool Contains(const std::wstring& line) const;       // an exact line
+    size_t Count(const std::wstring& line) const;
+    bool ContainsText(const std::wstring& part) const;   // part of some line
+    void Clear();
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::wstring> m_lines;
+    int m_oldLevel;
+};
+
+// A connection of its own (not the library's) for setting up and reading back tables.
+class RawDb {
+public:
+    RawDb();
+    ~RawDb();
+    void Exec(const std::string& sql);
+    // First column of the first row as text; "<none>" without a row, "<null>" for NULL.
+    std::string Scalar(const std::string& sql);
+    long Count(const std::string& table, const std::string& where = "");
+    // Empties the tables and resets the MAXID row to zeros.
+    void Reset(std::initializer_list<const char*> tables);
+
+private:
+    std::unique_ptr<sql::Connection> m_connection;
+};
+
+// Stops the private server with SIGKILL and starts it again (same data, same port).
+void KillServer();
+void StartServer();
+
+}  // namespace testing_support
+
+#endif
