@@ -1,0 +1,35 @@
+#ifndef NORVA_CJOBSENDERDATAPROVIDER_H
+#define NORVA_CJOBSENDERDATAPROVIDER_H
+
+#include <set>
+#include <string>
+
+#include "IJobSenderDataProvider.h"
+#include "mutex.h"
+
+class Logger;
+
+// Query id / sender URL pairs, kept in memory under a lock of their own and
+// written through to the ticket file "./QueryURL".
+class CJobSenderDataProvider : public IJobSenderDataProvider {
+public:
+    CJobSenderDataProvider();
+    ~CJobSenderDataProvider() override;
+
+    void AddRecord(CJobSenderData& data) override;
+    bool DeleteRecord(CJobSenderData& data) override;
+    bool GetRecord(std::wstring url, CJobSenderData& out) override;
+    bool GetRecordByQueryId(std::wstring queryId, CJobSenderData& out) override;
+
+    bool InitializeSenderDataSet();
+    // Must be called with the lock held.
+    bool SaveSenderDataSet(std::wstring queryId, std::wstring url, bool remove);
+
+private:
+    std::string m_path;
+    std::set<CJobSenderData*, cmpp> m_dataSet;
+    mutex m_mutex;
+    Logger* m_pLogger;
+};
+
+#endif

@@ -1,0 +1,54 @@
+#ifndef NORVA_DATABASECONNECTION_H
+#define NORVA_DATABASECONNECTION_H
+
+#include <string>
+
+#include "mutex.h"
+
+namespace sql {
+class Connection;
+class Driver;
+class ResultSet;
+}  // namespace sql
+class Logger;
+
+// The one MySQL connection of the process. Every statement of the store
+// runs through ExecuteSqlQuery, which checks the connection first and
+// re-opens it when it is missing.
+class CDatabaseConnection {
+public:
+    CDatabaseConnection(const std::string& hostName, const std::string& userName,
+                        const std::string& password);
+    ~CDatabaseConnection();
+
+    static CDatabaseConnection* GetInstance(const std::string& hostName, const std::string& userName,
+                                            const std::string& password);
+
+    bool InitConnection();
+    // Runs one statement; returns its result set (owned by the caller) or null.
+    sql::ResultSet* ExecuteSqlQuery(std::string& query);
+    bool ReEstablishConnection();
+
+    // There is no pool: these exist and do nothing.
+    sql::Connection* GetDBConnecion();
+    bool ReInitConnectionPool();
+    void ReleaseConnection();
+    void DestroyConnectionPool();
+
+    static CDatabaseConnection* m_hInstance;
+
+    CDatabaseConnection(const CDatabaseConnection&) = delete;
+    CDatabaseConnection& operator=(const CDatabaseConnection&) = delete;
+
+private:
+    mutex m_mutex;
+    std::string m_userName;
+    std::string m_password;
+    std::string m_hostName;
+    sql::Connection* m_pConnection;
+    sql::Driver* m_pDriver;
+    bool m_bConnected;
+    Logger* m_pLogger;
+};
+
+#endif

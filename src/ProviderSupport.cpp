@@ -1,0 +1,76 @@
+#include "private/ProviderSupport.h"
+
+#include <stdexcept>
+
+namespace provider {
+
+void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const wchar_t* before,
+              const wchar_t* after) {
+    logger->log(kLogLevel, L"%ls", before);
+    db->ExecuteQuery(&query);
+    logger->log(kLogLevel, L"%ls", after);
+}
+
+void Select(dl_MultiValue& query, TICKET_TYPE_NV table, const char* column) {
+    query.InsertTickettype(1, table);
+    query.InsertKeys(1, column);
+}
+
+void AddToken(dl_MultiValue& query, COND_ELEMENT kind, const char* text) { query.m_conditions.push_back(kind, text); }
+
+void AddValue(dl_MultiValue& query, const char* column, PARAM_TYPE_NV type, const void* value) {
+    TupElement element;
+    element.InsertTupValue(type, column, value);
+    query.m_conditions.push_back(COND_VALUE, &element);
+}
+
+void AddEquals(dl_MultiValue& query, const char* column, PARAM_TYPE_NV type, const void* value) {
+    AddToken(query, COND_BRACKET, "(");
+    AddToken(query, COND_COLUMN, column);
+    AddOperator(query, "=");
+    AddValue(query, column, type, value);
+    AddToken(query, COND_BRACKET, ")");
+}
+
+void AddEquals(dl_MultiValue& query, const char* column, const std::wstring& value) {
+    AddEquals(query, column, PARAM_WSTRING, value.c_str());
+}
+
+void AddEquals(dl_MultiValue& query, const char* column, int value) { AddEquals(query, column, PARAM_INT, &value); }
+
+bool FetchRecord(dl_MultiValue& query, int index, Tuplist& row) { return query.GetRecord(index, row.m_elements); }
+
+bool HasValue(const TupElement* element) { return element != nullptr && element->value != nullptr; }
+
+static bool IsText(PARAM_TYPE_NV type) {
+    return type == PARAM_WSTRING || type == PARAM_WSTRING_7 || type == PARAM_BLOB;
+}
+
+std::wstring TextOr(const TupElement* element, const std::wstring& fallback) {
+    if (!HasValue(element) || !IsText(element->type)) return fallback;
+    return static_cast<const wchar_t*>(element->value);
+}
+
+int IntOr(const TupElement* element, int fallback) {
+    if (!HasValue(element)) return fallback;
+    switch (element->type) {
+        case PARAM_INT:
+        case PARAM_INT_2:
+        case PARAM_INT_5: return *static_cast<const int*>(element->value);
+        case PARAM_LONG: return static_cast<int>(*static_cast<const int64_t*>(element->value));
+        default: return fallback;
+    }
+}
+
+TimeStamp TimeOr(const TupElement* element, const TimeStamp& fallback) {
+    if (!HasValue(element) || element->type != PARAM_TIMESTAMP) return fallback;
+    return *static_cast<const TimeStamp*>(element->value);
+}
+
+std::wstring TextAsIs(const TupElement* element) {
+    if (!HasValue(element) || !IsText(element->type))
+        throw std::logic_error("basic_string: construction from null is not valid");
+    return static_cast<const wchar_t*>(element->value);
+}
+
+}  // namespace provider

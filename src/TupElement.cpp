@@ -1,0 +1,94 @@
+#include "TupElement.h"
+
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
+
+#include "TimeStamp.h"
+
+static char* CopyName(const char* name) {
+    if (name == nullptr) return nullptr;
+    const size_t length = std::strlen(name);
+    char* copy = new char[length + 1];
+    std::memcpy(copy, name, length + 1);
+    return copy;
+}
+
+TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr) {}
+
+TupElement::TupElement(const TupElement& other) : type(other.type), value(nullptr), name(CopyName(other.name)) {
+    AllocateValue(type, other.value, value);
+}
+
+TupElement& TupElement::operator=(TupElement& other) {
+    if (this == &other) return *this;
+    delete[] name;
+    name = CopyName(other.name);
+    type = other.type;
+    DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
+    value = nullptr;
+    AllocateValue(type, other.value, value);
+    return *this;
+}
+
+TupElement::~TupElement() {
+    delete[] name;
+    DeletVoidPtr(type, value);
+}
+
+void TupElement::InsertTupValue(PARAM_TYPE_NV newType, const char* newName, const void* newValue) {
+    type = newType;
+    name = CopyName(newName);  // a previous name is not freed: callers insert once
+    AllocateValue(newType, newValue, value);
+}
+
+void TupElement::AllocateValue(PARAM_TYPE_NV type, const void* source, void*& target) {
+    target = nullptr;
+    if (source == nullptr) return;
+    switch (type) {
+        case PARAM_INT:
+        case PARAM_INT_2: target = new int32_t(*static_cast<const int32_t*>(source)); break;
+        case PARAM_INT_5: {
+            // Released with the string tags as an array, so allocated as one.
+            int32_t* array = new int32_t[1];
+            array[0] = *static_cast<const int32_t*>(source);
+            target = array;
+            break;
+        }
+        case PARAM_LONG: target = new int64_t(*static_cast<const int64_t*>(source)); break;
+        case PARAM_DOUBLE: target = new double(*static_cast<const double*>(source)); break;
+        case PARAM_WSTRING:
+        case PARAM_WSTRING_7:
+        case PARAM_BLOB: {
+            const wchar_t* text = static_cast<const wchar_t*>(source);
+            const size_t length = std::wcslen(text);
+            wchar_t* copy = new wchar_t[length + 1];
+            std::wmemcpy(copy, text, length + 1);
+            target = copy;
+            break;
+        }
+        case PARAM_TIMESTAMP: {
+            TimeStamp* stamp = new TimeStamp(0);
+            *stamp = *static_cast<const TimeStamp*>(source);
+            target = stamp;
+            break;
+        }
+        default: break;
+    }
+}
+
+void TupElement::DeletVoidPtr(PARAM_TYPE_NV type, void* value) {
+    if (value == nullptr) return;
+    switch (type) {
+        case PARAM_INT:
+        case PARAM_INT_2: delete static_cast<int32_t*>(value); break;
+        case PARAM_LONG: delete static_cast<int64_t*>(value); break;
+        case PARAM_DOUBLE: delete static_cast<double*>(value); break;
+        case PARAM_INT_5: delete[] static_cast<int32_t*>(value); break;
+        case PARAM_WSTRING:
+        case PARAM_WSTRING_7:
+        case PARAM_BLOB: delete[] static_cast<wchar_t*>(value); break;
+        case PARAM_TIMESTAMP: delete static_cast<TimeStamp*>(value); break;
+        default: break;
+    }
+}
