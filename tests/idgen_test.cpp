@@ -1,0 +1,76 @@
+// Sequential identifier generation (the default mode) against the server.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "CMysqlDatabaseInterface.h"
+#include "TestSupport.h"
+
+using testing_support::LogCapture;
+using testing_support::RawDb;
+
+namespace {
+
+class SequentialIdTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        db.Reset({"CONTENT", "JDFTICKET"});
+        store = CMysqlDatabaseInterface::GetInstance();
+    }
+    int NextContentId() {
+        int id = -1;
+        store->GenerateNewID(TICKET_CONTENT, &id, PARAM_INT);
+        return id;
+    }
+    RawDb db;
+    CMysqlDatabaseInterface* store = nullptr;
+};
+
+TEST_F(SequentialIdTest, OnePastTheLargerOfKeysAndMark) {
+    LogCapture log;
+    EXPECT_EQ(1, NextContentId());  // empty table, mark 0
+    EXPECT_EQ("1", db.Scalar("SELECT CONTENT FROM MAXID"));
+    EXPECT_TRUE(log.Contains(L"SELECT CONTENT FROM MAXID"));
+    EXPECT_TRUE(log.Contains(L"SELECT CONTENTID FROM CONTENT"));
+    EXPECT_TRUE(log.Contains(L"UPDATE MAXID SET CONTENT ='1'"));
+    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::GenerateIntID()"));
+
+    db.Exec("INSERT INTO CONTENT (CONTENTID) VALUES (1), (2), (7)");
+    db.Exec("UPDATE MAXID SET CONTENT = 10");
+    EXPECT_EQ(11, NextContentId());
+    db.Exec("UPDATE MAXID SET CONTENT = 3");
+    EXPECT_EQ(8, NextContentId());
+    EXPECT_EQ("8", db.Scalar("SELECT CONTENT FROM MAXID"));
+}
+
+TEST_F(SequentialIdTest, TextKeysAndUnknownTypes) {
+    db.Exec("INSERT INTO JDFTICKET (QENTRYID) VALUES ('1'), ('2'), ('122'), ('job-9')");
+    wchar_t key[33];
+    std::wmemset(key, L'x', 33);
+    store->GenerateNewID(TICKET_JDFTICKET, key, PARAM_WSTRING);
+    EXPECT_EQ(std::wstring(L"123"), key);  // "job-9" has no leading number: 0
+
+    LogCapture log;
+    int untouched = 77;
+    store->GenerateNewID(TICKET_JDFTICKET, &untouched, PARAM_DOUBLE);
+    EXPECT_EQ(77, untouched);
+    EXPECT_TRUE(log.Contains(L"CMysqlDatabaseInterface::GenerateNewQID() : Unknown Type to generate id"));
+}
+
+TEST_F(SequentialIdTest, ConcurrentCallersNeverShareAnIdentifier) {
+    std::vector<std::thread> threads;
+    std::vector<std::vector<int>> ids(4);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 25; ++i) ids[t].push_back(NextContentId());
+        });
+    for (auto& thread : threads) thread.join();
+    std::set<int> all;
+    for (const auto& list : ids) all.insert(list.begin(), list.end());
+    EXPECT_EQ(100u, all.size());
+    EXPECT_EQ("100", db.Scalar("SELECT CONTENT FROM MAXID"));
+}
+
+}  // namespace

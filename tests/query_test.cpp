@@ -1,0 +1,216 @@
+// Typed values, conditions, the multi-value query object, and multi-record
+// queries run against the private server.
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <string>
+
+#include "CMysqlDatabaseInterface.h"
+#include "CondList.h"
+#include "TestSupport.h"
+#include "TimeStamp.h"
+#include "Tuplist.h"
+#include "dl_MultiValue.h"
+
+using testing_support::LogCapture;
+using testing_support::RawDb;
+
+namespace {
+
+TEST(ValueTypes, CopiesAreDeepAndFollowTheStorageTable) {
+    TimeStamp stamp(7);
+    EXPECT_EQ(7, stamp.fraction);
+    EXPECT_TRUE(stamp == TimeStamp(7));
+    EXPECT_TRUE(stamp != TimeStamp(0));
+    TimeStamp last(7);
+    last.zone = 8;  // only the last component differs
+    EXPECT_FALSE(stamp == last);
+    EXPECT_TRUE(stamp != last);
+
+    TupElement empty;
+    EXPECT_EQ(PARAM_NO_VALUE, empty.type);
+    EXPECT_EQ(nullptr, empty.value);
+    EXPECT_EQ(nullptr, empty.name);
+
+    TupElement time;
+    time.InsertTupValue(PARAM_TIMESTAMP, "SUBTIME", &stamp);
+    TupElement timeCopy(time);
+    EXPECT_NE(time.value, timeCopy.value);
+    EXPECT_TRUE(*static_cast<TimeStamp*>(timeCopy.value) == stamp);
+
+    TupElement text;
+    text.InsertTupValue(PARAM_WSTRING, "QENTRYID", L"abc");
+    EXPECT_EQ(3u, std::wcslen(static_cast<wchar_t*>(text.value)));
+    TupElement assigned;
+    assigned = text;  // onto an empty element
+    EXPECT_STREQ("QENTRYID", assigned.name);
+    EXPECT_NE(text.value, assigned.value);
+    EXPECT_EQ(std::wstring(L"abc"), static_cast<wchar_t*>(assigned.value));
+
+    int five = 5;
+    TupElement arrayInt;  // tag 5 is released as an array: allocated as one
+    arrayInt.InsertTupValue(PARAM_INT_5, "X", &five);
+    TupElement arrayCopy(arrayInt);
+    EXPECT_EQ(5, *static_cast<int*>(arrayCopy.value));
+
+    char column[] = "CONTENT.QENTRYID";
+    CondList list;
+    list.push_back(COND_COLUMN, column);
+    list.push_back(COND_VALUE, &text);
+    column[0] = 'X';  // the caller's buffer changes, the token does not
+    EXPECT_STREQ("CONTENT.QENTRYID", static_cast<char*>(list.m_conditions.front()->value));
+    auto* held = static_cast<TupElement*>(list.m_conditions.back()->value);
+    EXPECT_NE(&text, held);
+    EXPECT_EQ(std::wstring(L"abc"), static_cast<wchar_t*>(held->value));
+
+    // Copies of a condition list carry nothing, deliberately.
+    CondList copied(list);
+    EXPECT_TRUE(copied.m_conditions.empty());
+    CondList target;
+    target = list;
+    EXPECT_TRUE(target.m_conditions.empty());
+
+    condition token(COND_OPERATOR, "AND");
+    condition tokenCopy(token);
+    EXPECT_NE(token.value, tokenCopy.value);
+    EXPECT_STREQ("AND", static_cast<char*>(tokenCopy.value));
+}
+
+TEST(MultiValue, KeysTablesAndTheSingleTableTrap) {
+    dl_MultiValue query;
+    query.InsertKeys(2, "A.X", "A.Y");
+    query.InsertKeys(1, "JDFTICKET.STATUS");  // replaces the earlier keys
+    ASSERT_EQ(1u, query.m_keys.size());
+    EXPECT_STREQ("JDFTICKET.STATUS", query.m_keys.front());
+    query.InsertTickettype(1, TICKET_CONTENT);
+    EXPECT_EQ(TICKET_CONTENT, query.m_tableTypes.front());
+    std::list<TupElement*> out;
+    EXPECT_EQ(0, query.GetRecordCount());
+    EXPECT_TRUE(query.GetRecord(0, out));  // 0 < 0 is false: passes the test, reads nothing
+    EXPECT_FALSE(query.GetRecord(1, out));
+    EXPECT_FALSE(query.GetRecord(-1, out));
+
+    EXPECT_EXIT(
+        {
+            dl_MultiValue two;
+            two.InsertTickettype(2, TICKET_CONTENT, TICKET_DEVICE);
+        },
+        ::testing::KilledBySignal(SIGILL), "");
+}
+
+class QueryTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        db.Reset({"CONTENT"});
+        db.Exec("INSERT INTO CONTENT (CONTENTID, RUN_ID, QENTRYID, DISPLAYNAME, NPAGES, CACHEDATE) VALUES "
+                "(1, 'r1', 'Q1', 'first \xC3\xA9', 10, '2026-01-02 03:04:05'),"
+                "(2, 'r2', 'Q1', NULL, NULL, NULL),"
+                "(3, 'r3', 'Q2', 'third', 30, NULL)");
+        store = CMysqlDatabaseInterface::GetInstance();
+    }
+    static void Where(dl_MultiValue& query, const char* column, const wchar_t* value) {
+        query.m_conditions.push_back(COND_BRACKET, "(");
+        query.m_conditions.push_back(COND_COLUMN, column);
+        query.m_conditions.push_back(COND_OPERATOR, "=");
+        TupElement element;
+        element.InsertTupValue(PARAM_WSTRING, column, value);
+        query.m_conditions.push_back(COND_VALUE, &element);
+        query.m_conditions.push_back(COND_BRACKET, ")");
+    }
+
+    RawDb db;
+    CMysqlDatabaseInterface* store = nullptr;
+};
+
+TEST_F(QueryTest, StatementTextIsBuiltExactly) {
+    LogCapture log;
+    dl_MultiValue query;
+    query.InsertKeys(2, "CONTENT.CONTENTID", "CONTENT.RUN_ID");
+    query.InsertTickettype(1, TICKET_CONTENT);
+    Where(query, "CONTENT.QENTRYID", L"Q1");
+    store->ExecuteQuery(&query);
+    EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID ,CONTENT.RUN_ID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) "));
+    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::ExecuteQuery()"));
+    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::ExecuteQuery()"));
+    EXPECT_EQ(2, query.GetRecordCount());
+
+    dl_MultiValue whole;
+    whole.InsertKeys(1, "CONTENT.CONTENTID");
+    whole.InsertTickettype(1, TICKET_CONTENT);
+    store->ExecuteQuery(&whole);
+    EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID FROM CONTENT"));  // no WHERE, no trailing blank
+    EXPECT_EQ(3, whole.GetRecordCount());
+    store->ExecuteQuery(&whole);  // records are appended, not replaced
+    EXPECT_EQ(6, whole.GetRecordCount());
+
+    dl_MultiValue noKeys;  // the blank of "SELECT " is removed with the missing comma
+    noKeys.InsertTickettype(1, TICKET_CONTENT);
+    log.Clear();
+    store->ExecuteQuery(&noKeys);
+    EXPECT_TRUE(log.Contains(L"SELECTFROM CONTENT"));
+    EXPECT_TRUE(log.Contains(L"CMysqlDatabaseInterface::ExecuteQuery : Failed to execute Query."));
+    EXPECT_FALSE(log.Contains(L"Returning from CMysqlDatabaseInterface::ExecuteQuery()"));
+    EXPECT_EQ(0, noKeys.GetRecordCount());
+}
+
+TEST_F(QueryTest, RowsBecomeTypedElements) {
+    dl_MultiValue query;
+    query.InsertKeys(1, "CONTENT.*");
+    query.InsertTickettype(1, TICKET_CONTENT);
+    query.m_conditions.push_back(COND_BRACKET, "(");
+    query.m_conditions.push_back(COND_COLUMN, "CONTENT.QENTRYID");
+    query.m_conditions.push_back(COND_OPERATOR, "=");
+    TupElement q1;
+    q1.InsertTupValue(PARAM_WSTRING, "CONTENT.QENTRYID", L"Q1");
+    query.m_conditions.push_back(COND_VALUE, &q1);
+    query.m_conditions.push_back(COND_BRACKET, ")");
+    store->ExecuteQuery(&query);
+    ASSERT_EQ(2, query.GetRecordCount());
+
+    Tuplist first;
+    ASSERT_TRUE(query.GetRecord(0, first.m_elements));
+    EXPECT_EQ(13u, first.m_elements.size());
+    // Map order: byte-wise ascending column names.
+    EXPECT_STREQ("CACFILEPATH", first.m_elements.front()->name);
+    TupElement* id = first["CONTENT.CONTENTID"];
+    EXPECT_EQ(PARAM_INT, id->type);
+    EXPECT_EQ(1, *static_cast<int*>(id->value));
+    TupElement* name = first["CONTENT.DISPLAYNAME"];
+    EXPECT_EQ(PARAM_WSTRING, name->type);
+    EXPECT_STREQ("DISPLAYNAME", name->name);
+    EXPECT_EQ(std::wstring(L"first \u00E9"), static_cast<wchar_t*>(name->value));
+    TupElement* date = first["CONTENT.CACHEDATE"];  // DATETIME: present, without a value
+    EXPECT_EQ(PARAM_NO_VALUE, date->type);
+    EXPECT_EQ(nullptr, date->value);
+
+    LogCapture log;
+    EXPECT_EQ(PARAM_NO_VALUE, first["CONTENT.NOSUCH"]->type);
+    EXPECT_EQ(PARAM_NO_VALUE, first["content.contentid"]->type);  // case-sensitive
+    EXPECT_EQ(2u, log.Count(L"Tuplist::operator[] return NULL here"));
+
+    // SQL NULL reads as 0 and as the empty text (the connector's conversion).
+    Tuplist second;
+    ASSERT_TRUE(query.GetRecord(1, second.m_elements));
+    EXPECT_EQ(0, *static_cast<int*>(second["CONTENT.NPAGES"]->value));
+    EXPECT_EQ(std::wstring(), static_cast<wchar_t*>(second["CONTENT.DISPLAYNAME"]->value));
+
+    TupElement out;
+    out.InsertTupValue(PARAM_WSTRING, "RUN_ID", L"old");
+    EXPECT_TRUE(query.GetElement(1, "CONTENT.RUN_ID", &out));
+    EXPECT_EQ(std::wstring(L"r2"), static_cast<wchar_t*>(out.value));
+    EXPECT_TRUE(query.GetElement(1, "CONTENT.NOSUCH", &out));  // no match: unchanged
+    EXPECT_EQ(std::wstring(L"r2"), static_cast<wchar_t*>(out.value));
+    EXPECT_FALSE(query.GetElement(3, "CONTENT.RUN_ID", &out));
+
+    // The copy shares the elements with the source.
+    dl_MultiValue* copy = new dl_MultiValue(query);
+    EXPECT_EQ(2, copy->GetRecordCount());
+    EXPECT_TRUE(copy->m_tableTypes.empty());
+    std::list<TupElement*> shared;
+    copy->GetRecord(0, shared);
+    EXPECT_EQ(first.m_elements.front(), shared.front());
+    copy->m_records.clear();  // only one of the two may free the elements
+    delete copy;
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+// The generic store against the private server: catalogue, the exact SQL of
+// the single-column operations, values and blobs written and read back, and
+// the failure paths that only log.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "CDatabaseFactory.h"
+#include "CMysqlDatabaseInterface.h"
+#include "TestSupport.h"
+
+using testing_support::LogCapture;
+using testing_support::RawDb;
+
+namespace {
+
+class StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        db.Reset({"JDFTICKET"});
+        store = CMysqlDatabaseInterface::GetInstance();
+    }
+    void AddRow(const wchar_t* key) { ASSERT_TRUE(store->AddNewTicket(TICKET_JDFTICKET, key, PARAM_WSTRING)); }
+
+    RawDb db;
+    CMysqlDatabaseInterface* store = nullptr;
+};
+
+TEST_F(StoreTest, CatalogueNamesTablesAndKeys) {
+    LogCapture log;
+    EXPECT_EQ("JDFTICKET", store->GetTicketType(TICKET_JDFTICKET));
+    EXPECT_EQ("QENTRYID", store->GetPrimaryKey(TICKET_JDFTICKET));
+    EXPECT_EQ("ID", store->GetPrimaryKey(TICKET_STATSSUBS));
+    EXPECT_EQ("JDFTICKET", store->GetPrimaryKey(TICKET_MAXID));
+    EXPECT_EQ("LOG", store->GetTicketType(TICKET_LOG));
+    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::GetTicketType()"));
+    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetPrimaryKey()"));
+    EXPECT_FALSE(log.Contains(L"CMysqlDatabaseInterface::GetTicketType() : TICKET_TYPE_NV:UNKNOWN"));
+
+    EXPECT_EQ("", store->GetTicketType(TICKET_UNKNOWN));
+    EXPECT_EQ("", store->GetTicketType(static_cast<TICKET_TYPE_NV>(9)));
+    EXPECT_EQ(2u, log.Count(L"CMysqlDatabaseInterface::GetTicketType() : TICKET_TYPE_NV:UNKNOWN"));
+    log.Clear();
+    EXPECT_EQ("", store->GetPrimaryKey(static_cast<TICKET_TYPE_NV>(9)));
+    EXPECT_FALSE(log.ContainsText(L"UNKNOWN"));
+
+    // One store for the whole process; the factory hands out the same one.
+    EXPECT_EQ(store, CDatabaseFactory::GetDatabaseInterface());
+    EXPECT_EQ(store, CMysqlDatabaseInterface::GetInstance());
+}
+
+TEST_F(StoreTest, SingleColumnStatementsAreSentExactly) {
+    LogCapture log;
+    const wchar_t* key = L"Q12";
+    int status = 3;
+    int read = -1;
+    EXPECT_TRUE(store->AddNewTicket(TICKET_JDFTICKET, key, PARAM_WSTRING));
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, key, PARAM_WSTRING, "JDFTICKET.STATUS", &status, PARAM_INT));
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, key, PARAM_WSTRING, "JDFTICKET.STATUS", &read, PARAM_INT));
+    EXPECT_EQ(3, read);
+    EXPECT_TRUE(log.Contains(L"INSERT INTO JDFTICKET(QENTRYID) VALUES('Q12')"));
+    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUS = '3' WHERE QENTRYID = 'Q12'"));
+    EXPECT_TRUE(log.Contains(L"SELECT STATUS FROM JDFTICKET WHERE QENTRYID = 'Q12'"));
+    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::AddParameter()"));
+    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter()"));
+    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::SendValueToCursor()"));
+
+    // The server refuses the column delete (a multi-table delete naming the
+    // column); the failure is only logged.
+    EXPECT_TRUE(store->DeleteParameter(TICKET_JDFTICKET, key, PARAM_WSTRING, "JDFTICKET.STATUS", PARAM_INT));
+    EXPECT_TRUE(log.Contains(L"DELETE STATUS FROM JDFTICKET WHERE QENTRYID = 'Q12'"));
+    EXPECT_TRUE(log.Contains(L"MySQL error code: 1109"));
+    EXPECT_EQ("3", db.Scalar("SELECT STATUS FROM JDFTICKET WHERE QENTRYID='Q12'"));
+
+    EXPECT_TRUE(store->DeleteTicket(TICKET_JDFTICKET, key, PARAM_WSTRING));
+    EXPECT_TRUE(log.Contains(L"DELETE FROM JDFTICKET WHERE QENTRYID='Q12'"));
+    EXPECT_EQ(0, db.Count("JDFTICKET"));
+
+    // An unknown table type yields empty names, and still "succeeds".
+    EXPECT_TRUE(store->DeleteTicket(TICKET_UNKNOWN, key, PARAM_WSTRING));
+    EXPECT_TRUE(log.Contains(L"DELETE FROM  WHERE ='Q12'"));
+}
+
+TEST_F(StoreTest, ValuesRoundTripByType) {
+    LogCapture log;
+    AddRow(L"Q1");
+    const int64_t negative = -5;
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATE", &negative, PARAM_LONG));
+    int64_t wide = 0;
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATE", &wide, PARAM_LONG));
+    EXPECT_EQ(-5, wide);
+    double real = 0;
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATE", &real, PARAM_DOUBLE));
+    EXPECT_DOUBLE_EQ(-5.0, real);
+
+    // Doubles keep the stream's default formatting: six significant digits.
+    const double pi = 3.14159265;
+    store->AddParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATUSMSG", &pi, PARAM_DOUBLE);
+    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUSMSG = '3.14159' WHERE QENTRYID = 'Q1'"));
+
+    // Non-ASCII text, a 4-byte character included, reaches the table as UTF-8.
+    const std::wstring text = L"Gr\u00FC\u00DFe \u65E5\u672C \U0001F5A8";
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATUSMSG", text.c_str(),
+                                    PARAM_WSTRING));
+    EXPECT_EQ("Gr\xC3\xBC\xC3\x9F" "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x96\xA8",
+              db.Scalar("SELECT STATUSMSG FROM JDFTICKET WHERE QENTRYID='Q1'"));
+    wchar_t buffer[1024];
+    std::wmemset(buffer, L'x', 1024);
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATUSMSG", buffer,
+                                    PARAM_WSTRING));
+    EXPECT_EQ(text, std::wstring(buffer));
+
+    // Time stamps and tag 5 run the select but copy nothing.
+    int untouched = 42;
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATE", &untouched,
+                                    PARAM_INT_5));
+    EXPECT_EQ(42, untouched);
+    // A key with no row: true, and the buffer is left as it was.
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"nope", PARAM_WSTRING, "JDFTICKET.STATE", &untouched,
+                                    PARAM_INT));
+    EXPECT_EQ(42, untouched);
+}
+
+TEST_F(StoreTest, BlobsOfSeveralMegabytesRoundTrip) {
+    AddRow(L"Q1");
+    std::wstring jdf;
+    for (int i = 0; jdf.size() < 4u * 1024 * 1024; ++i) jdf += L"<Node id=\"" + std::to_wstring(i) + L"\">\u00E9\u4E2D</Node>\n";
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.JDF", jdf.c_str(), PARAM_BLOB));
+    EXPECT_EQ(std::to_string(jdf.size()), db.Scalar("SELECT CHAR_LENGTH(JDF) FROM JDFTICKET WHERE QENTRYID='Q1'"));
+    _BLOB blob;
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.JDF", &blob, PARAM_BLOB));
+    ASSERT_NE(nullptr, blob.data);
+    EXPECT_TRUE(jdf == blob.data);
+
+    // Direct blob calls: integer keys are written as decimals; a missing row
+    // reads as an empty text.
+    LogCapture log;
+    _BLOB text(L"caps");
+    const int contentId = 5;
+    EXPECT_TRUE(store->AddBlob(TICKET_CONTENT, &contentId, PARAM_INT, "CONTENT.REMOTEURL", &text));
+    EXPECT_TRUE(log.Contains(L"UPDATE CONTENT SET REMOTEURL='caps' WHERE CONTENTID = '5'"));
+    _BLOB missing;
+    EXPECT_TRUE(store->GetBlob(TICKET_JDFTICKET, L"none", PARAM_WSTRING, "JDFTICKET.JDF", &missing));
+    ASSERT_NE(nullptr, missing.data);
+    EXPECT_EQ(std::wstring(), missing.data);
+}
+
+TEST_F(StoreTest, BadInputOnlyFailsItsOwnStatement) {
+    AddRow(L"Q1");
+    AddRow(L"Q2");
+    int status = 9;
+    store->AddParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "JDFTICKET.STATUS", &status, PARAM_INT);
+
+    LogCapture log;
+    // A quote in the key breaks the statement: logged, "true" as always,
+    // and no other row is touched.
+    int other = 1;
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, L"Q1'x", PARAM_WSTRING, "JDFTICKET.STATUS", &other,
+                                    PARAM_INT));
+    EXPECT_EQ("9", db.Scalar("SELECT STATUS FROM JDFTICKET WHERE QENTRYID='Q2'"));
+    int read = -1;
+    EXPECT_FALSE(store->GetParameter(TICKET_JDFTICKET, L"it's", PARAM_WSTRING, "JDFTICKET.STATUS", &read, PARAM_INT));
+    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter() : Failed Execution"));
+    EXPECT_TRUE(log.Contains(L"MySQL error code: 1064"));
+
+    // A column without a table part is refused before any SQL is built.
+    log.Clear();
+    EXPECT_FALSE(store->GetParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "STATUS", &read, PARAM_INT));
+    EXPECT_TRUE(store->AddParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "STATUS", &other, PARAM_INT));
+    EXPECT_TRUE(log.ContainsText(L"column name without a table part refused: STATUS"));
+    EXPECT_FALSE(log.ContainsText(L"SELECT"));
+
+    // A value tag the text path does not write leaves an empty value.
+    log.Clear();
+    store->AddParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "JDFTICKET.STATUSMSG", &other, PARAM_NONE);
+    EXPECT_TRUE(log.Contains(
+        L"CMysqlDatabaseInterface::SendValueToCursor() : Unknown and UnHandled Type send to database"));
+    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUSMSG = '' WHERE QENTRYID = 'Q2'"));
+
+    // An exception while reading the answer is caught inside the operation
+    // (the label does not match the column asked for) and the lock is free.
+    log.Clear();
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "JDFTICKET.STATUS AS S", &read,
+                                    PARAM_INT));
+    EXPECT_TRUE(log.ContainsText(L"*****Exception at "));
+    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter()"));
+    EXPECT_TRUE(store->GetParameter(TICKET_JDFTICKET, L"Q2", PARAM_WSTRING, "JDFTICKET.STATUS", &read, PARAM_INT));
+    EXPECT_EQ(9, read);
+}
+
+}  // namespace
