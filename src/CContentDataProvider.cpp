@@ -1,0 +1,186 @@
+#include "CContentDataProvider.h"
+
+#include <Logger.h>
+
+#include <algorithm>
+
+#include "CDatabaseFactory.h"
+#include "Tuplist.h"
+#include "dl_MultiValue.h"
+#include "private/ProviderSupport.h"
+
+using provider::Column;
+using provider::IntColumn;
+using provider::ReadMode;
+using provider::SetTest;
+using provider::TextColumn;
+using provider::TimeColumn;
+
+namespace {
+
+typedef ContentTableRecord Rec;
+
+// Indexes into kColumns.
+enum ContentColumn {
+    kContentId,
+    kRunId,
+    kQentryId,
+    kRemoteUrl,
+    kCacFilePath,
+    kCacheStat,
+    kDisplayName,
+    kNPages,
+    kFileType,
+    kCacheDate,
+    kLastModDate,
+    kPreviewRemoteUrl,
+    kPreviewCacFilePath
+};
+
+// The CONTENT columns of a record. nPages counts as set when it is not 0
+// (its record default), cacheStat when it is not -1.
+const Column<Rec> kColumns[] = {
+    IntColumn("CONTENT.CONTENTID", &Rec::contentId),
+    TextColumn("CONTENT.RUN_ID", &Rec::runId),
+    TextColumn("CONTENT.QENTRYID", &Rec::qentryId),
+    TextColumn("CONTENT.REMOTEURL", &Rec::remoteUrl),
+    TextColumn("CONTENT.CACFILEPATH", &Rec::cacFilePath),
+    IntColumn("CONTENT.CACHESTAT", &Rec::cacheStat),
+    TextColumn("CONTENT.DISPLAYNAME", &Rec::displayName),
+    IntColumn("CONTENT.NPAGES", &Rec::nPages, SetTest::NotZero),
+    TextColumn("CONTENT.FILETYPE", &Rec::fileType),
+    TimeColumn("CONTENT.CACHEDATE", &Rec::cacheDate),
+    TimeColumn("CONTENT.LASTMODDATE", &Rec::lastModDate),
+    TextColumn("CONTENT.PREVIEWREMOTEURL", &Rec::previewRemoteUrl),
+    TextColumn("CONTENT.PREVIEWCACFILEPATH", &Rec::previewCacFilePath),
+};
+
+// Columns written by AddRecord and UpdateRecord, in this order.
+const int kWriteOrder[] = {kQentryId,    kRunId,      kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
+                           kCacheStat,   kDisplayName, kNPages,   kFileType,    kCacheDate,        kLastModDate};
+
+// GetRecord: the columns read with the default rule after QENTRYID and RUN_ID.
+const int kRecordReadOrder[] = {kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
+                                kCacheStat, kDisplayName, kNPages,           kFileType,
+                                kCacheDate, kLastModDate, kContentId};
+
+// GetRecords: the columns read with the default rule. Into a fresh record a
+// missing RUN_ID leaves the empty runId, which the default rule gives too.
+// DISPLAYNAME and PREVIEWREMOTEURL follow rules of their own (ReadListed).
+const int kRecordsReadOrder[] = {kQentryId, kRunId,    kRemoteUrl,  kCacFilePath, kCacheStat,
+                                 kNPages,   kFileType, kCacheDate,  kLastModDate, kContentId,
+                                 kPreviewCacFilePath};
+
+const wchar_t kBeforeGetContentId[] = L"Before ExecuteQuery() from CContentDataProvider::GetContentId";
+const wchar_t kAfterGetContentId[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId";
+// GetRecord traces its query with these lines too.
+const wchar_t kBeforeGetRecords[] = L"Before ExecuteQuery() from CContentDataProvider::GetRecords";
+const wchar_t kAfterGetRecords[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords";
+
+// Cache paths are stored with forward slashes.
+void NormalisePath(std::wstring& path) { std::replace(path.begin(), path.end(), L'\\', L'/'); }
+
+// Copies one record of a GetRecords result into a fresh record.
+ContentTableRecord ReadListed(Tuplist& row) {
+    ContentTableRecord rec;
+    provider::ReadColumns(row, rec, kColumns, kRecordsReadOrder);
+    // Taken without a test: a missing DISPLAYNAME raises out of GetRecords.
+    provider::ReadColumn(row, rec, kColumns[kDisplayName], ReadMode::AsIs);
+    // A missing PREVIEWREMOTEURL reads as the -1 of the integer columns taken
+    // as a wide character.
+    rec.previewRemoteUrl =
+        provider::TextOr(row[kColumns[kPreviewRemoteUrl].name], std::wstring(1, static_cast<wchar_t>(-1)));
+    return rec;
+}
+
+}  // namespace
+
+CContentDataProvider::CContentDataProvider() : m_pDatabase(nullptr), m_tableType(TICKET_CONTENT), m_pLogger(nullptr) {
+    m_pDatabase = CDatabaseFactory().GetDatabaseInterface();
+    m_pLogger = Logger::Initialise();
+}
+
+CContentDataProvider::~CContentDataProvider() {}
+
+int CContentDataProvider::GetContentId(const std::wstring& qentryId, const std::wstring& runId) {
+    dl_MultiValue query;
+    provider::Select(query, TICKET_CONTENT, kColumns[kContentId].name);
+    provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
+    provider::AddOperator(query, "AND");
+    provider::AddEquals(query, kColumns[kRunId].name, runId);
+    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetContentId, kAfterGetContentId);
+
+    const int nRecCnt = query.GetRecordCount();
+    NORVA_ASSERT(nRecCnt == 1, "nRecCnt == 1");
+    Tuplist row;
+    provider::FetchRecord(query, 0, row);
+    return provider::IntOr(row[kColumns[kContentId].name], -1);
+}
+
+bool CContentDataProvider::AddRecord(CContentRecord* rec) {
+    int id = -1;
+    m_pDatabase->GenerateNewID(m_tableType, &id, PARAM_INT);
+    if (id == -1) return false;
+    rec->contentId = id;
+
+    const provider::Row row = {m_pDatabase, m_tableType, &id, PARAM_INT};
+    const bool ok = m_pDatabase->AddNewTicket(m_tableType, &id, PARAM_INT);
+
+    // The cache paths go out with forward slashes; the caller's record keeps its text.
+    ContentTableRecord written = *rec;
+    NormalisePath(written.cacFilePath);
+    NormalisePath(written.previewCacFilePath);
+    return provider::WriteColumns(row, written, kColumns, kWriteOrder, provider::WriteMode::WhileOk, ok);
+}
+
+bool CContentDataProvider::DeleteRecord(int contentId) {
+    if (contentId != -1) return m_pDatabase->DeleteTicket(m_tableType, &contentId, PARAM_INT);
+    m_pLogger->log(provider::kLogLevel, L"%ls", L"CContentDataProvider::DeleteRecord() Failed since contentID == -1");
+    return false;
+}
+
+bool CContentDataProvider::GetRecord(int contentId, CContentRecord* rec) {
+    if (contentId == -1) return false;
+    NORVA_ASSERT(rec != nullptr, "contentRecordP != __null");
+
+    dl_MultiValue query;
+    provider::Select(query, TICKET_CONTENT, "CONTENT.*");
+    provider::AddEquals(query, kColumns[kContentId].name, contentId);
+    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
+
+    Tuplist row;
+    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
+    provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
+    provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
+    provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
+    return true;
+}
+
+bool CContentDataProvider::GetRecords(const std::wstring& qentryId, std::vector<ContentTableRecord>& out) {
+    if (qentryId.empty()) {
+        m_pLogger->log(provider::kLogLevel, L"%ls", L"CContentDataProvider::GetRecords()-> Empty QueuEntry");
+        return false;
+    }
+
+    dl_MultiValue query;
+    provider::Select(query, TICKET_CONTENT, "CONTENT.*");
+    provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
+    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
+
+    // Appended in result order; `out` keeps what it held.
+    const int count = query.GetRecordCount();
+    for (int index = 0; index < count; ++index) {
+        Tuplist row;
+        if (!provider::FetchRecord(query, index, row)) break;
+        out.push_back(ReadListed(row));
+    }
+    return true;
+}
+
+bool CContentDataProvider::UpdateRecord(int contentId, const ContentTableRecord& rec) {
+    if (contentId == -1) return false;
+    // Every set column is attempted; the last write's result counts. Paths are
+    // written as they stand.
+    const provider::Row row = {m_pDatabase, m_tableType, &contentId, PARAM_INT};
+    return provider::WriteColumns(row, rec, kColumns, kWriteOrder, provider::WriteMode::Every, false);
+}
