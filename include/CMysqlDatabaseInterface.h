@@ -68,6 +68,10 @@ private:
     sql::ResultSet* Run(std::string& text);
     // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
     const char* ColumnPart(const char* column);
+    // " WHERE <key column> = '<key>'": how the single-row statements end.
+    void AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType);
+    // The two identifier workers differ only in how keys are read and written.
+    void GenerateID(sql::ResultSet* keys, const std::string& keyColumn, void* out, int* maxId, bool textKeys);
 
     mutex m_mutex;
     CDatabaseConnection* m_pDBConnection;

@@ -239,6 +239,13 @@ const char* CMysqlDatabaseInterface::ColumnPart(const char* column) {
     return utility::StringLowerToUpper(dot + 1);
 }
 
+void CMysqlDatabaseInterface::AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key,
+                                             PARAM_TYPE_NV keyType) {
+    text << " WHERE " << GetPrimaryKey(table) << " = '";
+    SendValueToCursor(keyType, text, key);
+    text << "'";
+}
+
 std::string CMysqlDatabaseInterface::GetTicketType(TICKET_TYPE_NV table) {
     std::string name;
     RunFrame(m_pLogger, nullptr, kGetTicketType, [&](const wchar_t*&) {
@@ -314,9 +321,8 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
         std::ostringstream text;
         text << "UPDATE " << GetTicketType(table) << " SET " << name << " = '";
         SendValueToCursor(valueType, text, value);
-        text << "' WHERE " << GetPrimaryKey(table) << " = '";
-        SendValueToCursor(keyType, text, key);
         text << "'";
+        AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
         delete Run(statement);
     });
@@ -337,9 +343,8 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
             return;
         }
         std::ostringstream text;
-        text << "SELECT " << name << " FROM " << GetTicketType(table) << " WHERE " << GetPrimaryKey(table) << " = '";
-        SendValueToCursor(keyType, text, key);
-        text << "'";
+        text << "SELECT " << name << " FROM " << GetTicketType(table);
+        AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
         std::unique_ptr<sql::ResultSet> rows(Run(statement));
         if (!rows) {
@@ -386,9 +391,8 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
         // The server reads this as a multi-table delete naming the column as
         // a table and refuses it; kept so, the failure is only logged.
         std::ostringstream text;
-        text << "DELETE " << name << " FROM " << GetTicketType(table) << " WHERE " << GetPrimaryKey(table) << " = '";
-        SendValueToCursor(keyType, text, key);
-        text << "'";
+        text << "DELETE " << name << " FROM " << GetTicketType(table);
+        AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
         delete Run(statement);
     });
@@ -423,9 +427,8 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             return;
         }
         std::ostringstream text;
-        text << "SELECT " << name << " FROM " << GetTicketType(table) << " WHERE " << GetPrimaryKey(table) << " = '";
-        SendValueToCursor(keyType, text, key);
-        text << "'";
+        text << "SELECT " << name << " FROM " << GetTicketType(table);
+        AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
         std::unique_ptr<sql::ResultSet> rows(Run(statement));
         if (!rows) {
@@ -527,36 +530,42 @@ void CMysqlDatabaseInterface::GenerateNewID(TICKET_TYPE_NV table, void* out, PAR
 
 void CMysqlDatabaseInterface::GenerateIntID(sql::ResultSet* keys, const std::string& keyColumn, void*& out,
                                             int* maxId) {
-    m_pLogger->log(kLevel, kIntWorker.entry);
-    if (keys == nullptr) {
-        m_pLogger->log(kLevel, kIntWorker.noResult);
-        return;
-    }
-    std::vector<int> values;
-    while (keys->next()) values.push_back(keys->getInt(keyColumn));
-    const int id = NextID(values, maxId);
-    if (id > 0) std::memcpy(out, &id, sizeof id);
-    m_pLogger->log(kLevel, kIntWorker.exit);
+    GenerateID(keys, keyColumn, out, maxId, false);
 }
 
 void CMysqlDatabaseInterface::GenerateStringID(sql::ResultSet* keys, const std::string& keyColumn, void*& out,
                                                int* maxId) {
-    m_pLogger->log(kLevel, kStringWorker.entry);
+    GenerateID(keys, keyColumn, out, maxId, true);
+}
+
+void CMysqlDatabaseInterface::GenerateID(sql::ResultSet* keys, const std::string& keyColumn, void* out, int* maxId,
+                                         bool textKeys) {
+    const IdWorker& worker = textKeys ? kStringWorker : kIntWorker;
+    m_pLogger->log(kLevel, worker.entry);
     if (keys == nullptr) {
-        m_pLogger->log(kLevel, kStringWorker.noResult);
+        m_pLogger->log(kLevel, worker.noResult);
         return;
     }
     std::vector<int> values;
     while (keys->next()) {
-        // The leading decimal number of the key text; none counts as 0.
-        std::istringstream key(std::string(keys->getString(keyColumn)));
         int value = 0;
-        key >> value;
+        if (textKeys) {
+            // The leading decimal number of the key text; none counts as 0.
+            std::istringstream key(std::string(keys->getString(keyColumn)));
+            key >> value;
+        } else {
+            value = keys->getInt(keyColumn);
+        }
         values.push_back(value);
     }
     const int id = NextID(values, maxId);
-    if (id > 0) std::swprintf(static_cast<wchar_t*>(out), 33, L"%d", id);
-    m_pLogger->log(kLevel, kStringWorker.exit);
+    if (id > 0) {
+        if (textKeys)
+            std::swprintf(static_cast<wchar_t*>(out), 33, L"%d", id);
+        else
+            std::memcpy(out, &id, sizeof id);
+    }
+    m_pLogger->log(kLevel, worker.exit);
 }
 
 int CMysqlDatabaseInterface::NextID(std::vector<int>& keys, int* maxId) {
