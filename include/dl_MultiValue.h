@@ -52,6 +52,12 @@ public:
         std::string text;
         bool set = false;
     } StartStatement;
+
+private:
+    // Moves the record cursor to `index` (the range test is `count < index`);
+    // false when the index is refused.
+    bool StepTo(int index);
+    int m_recordCursorIndex = -1;  // position of m_recordCursor while it is not at the end
 };
 
 template <class T>

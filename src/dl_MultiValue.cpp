@@ -48,18 +48,32 @@ void dl_MultiValue::InsertTickettype(int count, TICKET_TYPE_NV first, ...) {
 
 int dl_MultiValue::GetRecordCount() { return static_cast<int>(m_records.size()); }
 
-// Steps the record cursor to `index`. The range test is `count < index`, so
-// index == count reaches the end; nothing is read there, and a negative
-// index is refused rather than stepping before the first record.
-static bool StepTo(std::list<dl_Record>& records, std::list<dl_Record>::iterator& cursor, int index) {
-    if (static_cast<int>(records.size()) < index || index < 0) return false;
-    cursor = records.begin();
-    std::advance(cursor, index);
+// The range test is `count < index`, so index == count reaches the end;
+// nothing is read there, and a negative index is refused rather than
+// stepping before the first record. The cursor steps from whichever of the
+// first record, its current place or the end is nearest, so visiting every
+// record costs one pass.
+bool dl_MultiValue::StepTo(int index) {
+    const int count = GetRecordCount();
+    if (count < index || index < 0) return false;
+    int from = 0;
+    std::list<dl_Record>::iterator cursor = m_records.begin();
+    if (m_recordCursor != m_records.end() && std::abs(m_recordCursorIndex - index) < index) {
+        from = m_recordCursorIndex;
+        cursor = m_recordCursor;
+    }
+    if (count - index < std::abs(from - index)) {
+        from = count;
+        cursor = m_records.end();
+    }
+    std::advance(cursor, index - from);
+    m_recordCursor = cursor;
+    m_recordCursorIndex = index;
     return true;
 }
 
 bool dl_MultiValue::GetRecord(int index, std::list<TupElement*>& out) {
-    if (!StepTo(m_records, m_recordCursor, index)) return false;
+    if (!StepTo(index)) return false;
     out.clear();
     if (m_recordCursor == m_records.end()) return true;
     for (auto& entry : *m_recordCursor) out.push_back(entry.second);
@@ -67,7 +81,7 @@ bool dl_MultiValue::GetRecord(int index, std::list<TupElement*>& out) {
 }
 
 bool dl_MultiValue::GetElement(int index, const char* column, TupElement* out) {
-    if (!StepTo(m_records, m_recordCursor, index)) return false;
+    if (!StepTo(index)) return false;
     const char* dot = column ? std::strchr(column, '.') : nullptr;
     if (dot == nullptr || m_recordCursor == m_records.end()) return true;  // no such column
     const char* bare = utility::StringLowerToUpper(dot + 1);

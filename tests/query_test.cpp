@@ -141,7 +141,13 @@ TEST_F(QueryTest, StatementTextIsBuiltExactly) {
     EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID FROM CONTENT"));  // no WHERE, no trailing blank
     EXPECT_EQ(3, whole.GetRecordCount());
     store->ExecuteQuery(&whole);  // records are appended, not replaced
-    EXPECT_EQ(6, whole.GetRecordCount());
+    ASSERT_EQ(6, whole.GetRecordCount());
+    // Records are found wherever the cursor stood before (ids 1, 2, 3 twice).
+    for (int index : {5, 0, 3, 4, 4, 1, 2}) {
+        TupElement id;
+        ASSERT_TRUE(whole.GetElement(index, "CONTENT.CONTENTID", &id));
+        EXPECT_EQ(index % 3 + 1, *static_cast<int*>(id.value)) << index;
+    }
 
     dl_MultiValue noKeys;  // the blank of "SELECT " is removed with the missing comma
     noKeys.InsertTickettype(1, TICKET_CONTENT);
