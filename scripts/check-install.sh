@@ -38,13 +38,14 @@ fi
 pcdir=$(dirname "$pcfile")
 echo "check-install: installed into $prefix (pkg-config file in ${pcdir#"$prefix"/})"
 
-# The .pc file records the prefix given at configure time; point it at the
-# prefix actually installed into.
-recorded=$(PKG_CONFIG_PATH="$pcdir" pkg-config --variable=prefix norvadatalayer)
-if [[ $recorded != "$prefix" ]]; then
-    echo "check-install: note: norvadatalayer.pc records prefix $recorded; using $prefix"
+# A relocatable package names the prefix it was installed into.
+export PKG_CONFIG_PATH="$pcdir"
+recorded=$(pkg-config --variable=prefix norvadatalayer)
+if [[ $(realpath -m "$recorded") != "$(realpath -m "$prefix")" ]]; then
+    echo "check-install: norvadatalayer.pc names prefix $recorded, not the install prefix $prefix" >&2
+    exit 1
 fi
-flags=$(PKG_CONFIG_PATH="$pcdir" pkg-config --define-variable=prefix="$prefix" --cflags --libs norvadatalayer)
+flags=$(pkg-config --cflags --libs norvadatalayer)
 
 # Built and run outside the source tree, so only installed files can be found.
 mkdir "$tmp/app"
@@ -52,6 +53,11 @@ cp "$root/examples/pkgconfig_app.cpp" "$tmp/app/"
 cd "$tmp/app"
 # shellcheck disable=SC2086  # the flags are meant to be split
 g++ -std=c++17 pkgconfig_app.cpp $flags -o pkgconfig_app
+if ldd ./pkgconfig_app | grep -q 'not found'; then
+    echo "check-install: the installed libraries are not all found at run time:" >&2
+    ldd ./pkgconfig_app | grep 'not found' >&2
+    exit 1
+fi
 output=$(./pkgconfig_app --db "$NORVA_TEST_DB")
 echo "$output"
 [[ $output == OK ]]

@@ -52,4 +52,9 @@ fi
 
 status=0
 ctest --test-dir "$build" --output-on-failure || status=$?
+# The plain build also proves the installed package: a host program built
+# only from pkg-config's flags uses the facade.
+if [[ $mode == plain ]]; then
+    bash scripts/check-install.sh || status=1
+fi
 exit "$status"
