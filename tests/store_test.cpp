@@ -29,11 +29,13 @@ protected:
 
 TEST_F(StoreTest, CatalogueNamesTablesAndKeys) {
     LogCapture log;
-    EXPECT_EQ("JDFTICKET", store->GetTicketType(TICKET_JDFTICKET));
-    EXPECT_EQ("QENTRYID", store->GetPrimaryKey(TICKET_JDFTICKET));
-    EXPECT_EQ("ID", store->GetPrimaryKey(TICKET_STATSSUBS));
-    EXPECT_EQ("JDFTICKET", store->GetPrimaryKey(TICKET_MAXID));
-    EXPECT_EQ("LOG", store->GetTicketType(TICKET_LOG));
+    const char* const names[][2] = {{"JDFTICKET", "QENTRYID"}, {"CONTENT", "CONTENTID"}, {"DEVICEJOB", "TRACKID"},
+                                    {"STATSSUBS", "ID"},        {"SERVER", "SERVERID"},   {"DEVICE", "DEVICEID"},
+                                    {"LOG", "LOGID"},           {"MAXID", "JDFTICKET"}};
+    for (int type = TICKET_JDFTICKET; type <= TICKET_MAXID; ++type) {
+        EXPECT_EQ(names[type - 1][0], store->GetTicketType(static_cast<TICKET_TYPE_NV>(type)));
+        EXPECT_EQ(names[type - 1][1], store->GetPrimaryKey(static_cast<TICKET_TYPE_NV>(type)));
+    }
     EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::GetTicketType()"));
     EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetPrimaryKey()"));
     EXPECT_FALSE(log.Contains(L"CMysqlDatabaseInterface::GetTicketType() : TICKET_TYPE_NV:UNKNOWN"));
@@ -62,9 +64,13 @@ TEST_F(StoreTest, SingleColumnStatementsAreSentExactly) {
     EXPECT_TRUE(log.Contains(L"INSERT INTO JDFTICKET(QENTRYID) VALUES('Q12')"));
     EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUS = '3' WHERE QENTRYID = 'Q12'"));
     EXPECT_TRUE(log.Contains(L"SELECT STATUS FROM JDFTICKET WHERE QENTRYID = 'Q12'"));
-    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::AddParameter()"));
-    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter()"));
-    EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::SendValueToCursor()"));
+    for (const wchar_t* line : {L"Inside CMysqlDatabaseInterface::AddNewTicket()",
+                                L"Returning from CMysqlDatabaseInterface::AddParameter()",
+                                L"Inside CMysqlDatabaseInterface::SendValueToCursor()",
+                                L"Returning from CMysqlDatabaseInterface::SendValueToCursor()",
+                                L"Inside CDatabaseConnection::ExecuteSqlQuery", L"ExecuteSqlQuery::Getting result set",
+                                L"Exiting CDatabaseConnection::ExecuteQuery"})
+        EXPECT_TRUE(log.Contains(line)) << line;
 
     // The server refuses the column delete (a multi-table delete naming the
     // column); the failure is only logged.
