@@ -1,0 +1,53 @@
+#ifndef NORVA_BENCH_RAWSTORE_H
+#define NORVA_BENCH_RAWSTORE_H
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "StatusSubTableRecord.h"
+#include "TicketTableRecord.h"
+
+namespace sql {
+class Connection;
+class ResultSet;
+}  // namespace sql
+
+// A connection opened with the library's own connect options.
+sql::Connection* ConnectLikeLibrary(const std::string& host);
+
+// The benchmarked provider operations written directly against the
+// connector. Each sends exactly the statement texts the library sends, in
+// the same order, and runs every one as the library does: liveness check,
+// a statement object per text, execute, take the result set, free the
+// statement. Results land in the same output types as the providers'.
+class RawStore {
+public:
+    explicit RawStore(const std::string& host);
+    ~RawStore();
+
+    bool GetTicketStatus(const std::wstring& qentryId, int& status);
+    bool UpdateTicketStatus(const std::wstring& qentryId, int status);
+    bool GetTicketRecord(const std::wstring& qentryId, TicketTableRecord* rec);
+    bool GetJDF(const std::wstring& qentryId, std::wstring& jdf);
+    bool AddTicket(TicketTableRecord* rec);
+    std::list<std::wstring> GetAllQueueEntryIDs();
+    bool GetStatusSubRecords(bool sendStatus, std::vector<StatusSubTableRecord>& out);
+
+    // When set, each statement text is appended here before it runs.
+    std::vector<std::string>* record = nullptr;
+
+    RawStore(const RawStore&) = delete;
+    RawStore& operator=(const RawStore&) = delete;
+
+private:
+    std::unique_ptr<sql::ResultSet> Run(const std::string& text);
+
+    sql::Connection* m_connection;
+    // Column positions of the two "SELECT TABLE.*" results, found once.
+    std::vector<int> m_ticketColumns;
+    std::vector<int> m_subColumns;
+};
+
+#endif

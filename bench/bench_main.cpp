@@ -1,0 +1,322 @@
+// Benchmarks of the ticket and status subscription providers against the
+// bare connector sending the same statements (RawStore), each with the
+// data layer's trace off and with it on, written to a file.
+//
+// NORVA_BENCH_ROUNDS (default 1) sets how often each one runs.
+//
+// Before an operation is timed, both sides run it once: the statements the
+// raw side sends must be exactly those the library logged, and both must
+// return the same result; otherwise the benchmark reports an error.
+#include <ConfigurationControl.h>
+#include <Logger.h>
+#include <StringUtils.h>
+#include <benchmark/benchmark.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <list>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "BenchData.h"
+#include "CStatusSubDataProvider.h"
+#include "CTicketDataProvider.h"
+#include "RawStore.h"
+
+namespace {
+
+using benchdata::Family;
+using benchdata::Kind;
+
+// Logger thresholds: the data layer writes every line at level 5.
+const int kTraceOff = 3;
+const int kTraceOn = 5;
+
+// Seconds each repetition of a benchmark runs at least.
+const double kMinTime = 0.3;
+
+std::string g_logPath;
+
+// The providers and the raw store, made on first use so that listing the
+// benchmarks needs no server.
+struct Sides {
+    CTicketDataProvider* tickets;
+    CStatusSubDataProvider* subs;
+    RawStore* raw;
+};
+
+Sides& Get() {
+    static Sides sides{new CTicketDataProvider(), new CStatusSubDataProvider(), new RawStore(benchdata::Host())};
+    return sides;
+}
+
+// What one call produced.
+struct Output {
+    bool ok = false;
+    int status = -1;
+    TicketTableRecord rec;
+    std::wstring jdf;
+    std::list<std::wstring> ids;
+    std::vector<StatusSubTableRecord> subs;
+};
+
+typedef std::function<void(int64_t iteration, Output& out)> Call;
+
+struct Operation {
+    std::string name;
+    Family family;
+    Call lib;
+    Call raw;
+    std::function<void(Output&)> prepare;      // before the first call (untimed)
+    std::function<void(const Output&)> after;  // after each call (untimed)
+    double minTime;
+};
+
+// --- checking both sides against each other ---------------------------------
+
+void DigestTicket(std::wostringstream& d, const TicketTableRecord& r) {
+    d << r.previewCachedFilePath << L'|' << r.previewRemoteUrl << L'|' << r.qentryId << L'|' << r.jdf.size() << L':'
+      << std::hash<std::wstring>()(r.jdf) << L'|' << r.holdDevId << L'|' << r.jmfRetUrl << L'|' << r.uploadUrl
+      << L'|' << r.senderId << L'|' << (r.subTime == TimeStamp(0)) << (r.lastUpdateTime == TimeStamp(0)) << L'|'
+      << r.qsubsParams << L'|' << r.statusMsg << L'|' << r.status << L'|' << r.state << L'|' << r.jobId << L'|'
+      << r.jobPartId << L'\n';
+}
+
+void DigestSub(std::wostringstream& d, const StatusSubTableRecord& s) {
+    d << s.ID << L'|' << s.REFID << L'|' << s.URL << L'|' << s.STATSUBS << L'|' << s.LASTSIG << L'|'
+      << (s.LASTUPDATE == TimeStamp(0)) << L'|' << s.DEVDETLEVEL << L'|' << s.JOBDETAIL << L'|' << s.QUEUEINFO << L'|'
+      << s.EMPLOYEINFO << L'|' << s.DEVICEID << L'|' << s.QENTRYID << L'|' << s.JOBID << L'|' << s.JOBPARTID << L'|'
+      << s.REPEATSTEP << L'|' << s.REPEATTIME << L'|' << s.RESPONSE << L'|' << s.SENDERID << L'\n';
+}
+
+std::wstring Digest(const Output& o) {
+    std::wostringstream d;
+    d << o.ok << L'|' << o.status << L'\n';
+    DigestTicket(d, o.rec);
+    d << o.jdf.size() << L':' << std::hash<std::wstring>()(o.jdf) << L'\n';
+    for (const std::wstring& id : o.ids) d << id << L',';
+    d << L'\n';
+    for (const StatusSubTableRecord& s : o.subs) DigestSub(d, s);
+    return d.str();
+}
+
+bool IsStatement(const std::wstring& line) {
+    for (const wchar_t* verb : {L"SELECT ", L"INSERT ", L"UPDATE ", L"DELETE "}) {
+        if (line.compare(0, std::wcslen(verb), verb) == 0) return true;
+    }
+    return false;
+}
+
+std::string Shorten(const std::string& text) { return text.size() <= 160 ? text : text.substr(0, 160) + "..."; }
+
+// Runs the operation once on each side from the same table state; returns
+// an empty text when the raw side sent the library's statements and got the
+// same result, else what differs (details on stderr).
+std::string Verify(const Operation& op) {
+    Logger* logger = Logger::Initialise();
+    const int mark = benchdata::MaxId();
+    std::vector<std::string> logged;
+    logger->SetSink([&logged](LOG_CONST, const std::wstring& line) {
+        if (IsStatement(line)) logged.push_back(StringUtils::UTF8FromUni(line));
+    });
+    logger->SetLevel(kTraceOn);
+    Output libOut;
+    if (op.prepare) op.prepare(libOut);
+    op.lib(0, libOut);
+    logger->SetLevel(kTraceOff);
+    logger->SetSink(Logger::Sink());
+    if (op.after) op.after(libOut);
+    benchdata::SetMaxId(mark);
+
+    std::vector<std::string> sent;
+    Output rawOut;
+    if (op.prepare) op.prepare(rawOut);
+    Get().raw->record = &sent;
+    op.raw(0, rawOut);
+    Get().raw->record = nullptr;
+    if (op.after) op.after(rawOut);
+    benchdata::SetMaxId(mark);
+
+    if (logged != sent) {
+        std::cerr << op.name << ": the raw side's statements differ from the library's\n";
+        for (size_t i = 0; i < std::max(logged.size(), sent.size()); ++i) {
+            const std::string a = i < logged.size() ? logged[i] : "<none>";
+            const std::string b = i < sent.size() ? sent[i] : "<none>";
+            std::cerr << (a == b ? "  = " : "  library: ") << Shorten(a) << "\n";
+            if (a != b) std::cerr << "  raw:     " << Shorten(b) << "\n";
+        }
+        return "raw statements differ from the library's";
+    }
+    if (logged.empty()) return "the library logged no statement";
+    if (Digest(libOut) != Digest(rawOut)) return "raw and library results differ";
+    return "";
+}
+
+// --- measuring ------------------------------------------------------------
+
+long FileSize(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 ? static_cast<long>(info.st_size) : 0;
+}
+
+void Measure(benchmark::State& state, const Operation& op, bool library, bool trace) {
+    Get();
+    benchdata::Load(op.family);
+    static std::map<std::string, std::string> verified;
+    auto check = verified.find(op.name);
+    if (check == verified.end()) check = verified.emplace(op.name, Verify(op)).first;
+    if (!check->second.empty()) {
+        state.SkipWithError(check->second.c_str());
+        return;
+    }
+
+    const Call& call = library ? op.lib : op.raw;
+    Output out;
+    if (op.prepare) op.prepare(out);
+    // The trace file is emptied before each run; it does not exist before the first line.
+    if (trace && ::truncate(g_logPath.c_str(), 0) != 0 && errno != ENOENT) std::perror(g_logPath.c_str());
+    benchdata::ResetPeakMemory();
+    const double base = benchdata::ResidentMiB();
+    Logger* logger = Logger::Initialise();
+    logger->SetLevel(trace ? kTraceOn : kTraceOff);
+    int64_t iteration = 0;
+    for (auto _ : state) {
+        call(iteration++, out);
+        benchmark::DoNotOptimize(&out);
+        if (op.after) {
+            state.PauseTiming();
+            op.after(out);
+            state.ResumeTiming();
+        }
+    }
+    logger->SetLevel(kTraceOff);
+    state.counters["peak_MiB"] = benchdata::PeakMiB();
+    state.counters["base_MiB"] = base;
+    state.counters["log_bytes"] =
+        benchmark::Counter(trace ? static_cast<double>(FileSize(g_logPath)) : 0.0, benchmark::Counter::kAvgIterations);
+}
+
+// --- the operations -------------------------------------------------------
+
+std::vector<Operation>& Operations() {
+    static std::vector<Operation> ops;
+    if (!ops.empty()) return ops;
+
+    static const std::wstring ticket = benchdata::kTicketKey;
+    static const std::wstring bigJdf = benchdata::kBigJdfKey;
+    const Family tickets{Kind::Tickets, 0};
+
+    ops.push_back({"GetTicketStatus", tickets,
+                   [](int64_t, Output& o) { o.ok = Get().tickets->GetTicketStatus(ticket, o.status); },
+                   [](int64_t, Output& o) { o.ok = Get().raw->GetTicketStatus(ticket, o.status); }, nullptr, nullptr,
+                   kMinTime});
+    // Alternates between two values so that every update changes the row.
+    ops.push_back({"UpdateTicketStatus", tickets,
+                   [](int64_t i, Output& o) { o.ok = Get().tickets->UpdateTicketStatus(ticket, 2 - (i & 1)); },
+                   [](int64_t i, Output& o) { o.ok = Get().raw->UpdateTicketStatus(ticket, 2 - (i & 1)); }, nullptr,
+                   nullptr, kMinTime});
+    ops.push_back({"GetTicketRecord", tickets,
+                   [](int64_t, Output& o) { o.ok = Get().tickets->GetTicketRecord(ticket, &o.rec); },
+                   [](int64_t, Output& o) { o.ok = Get().raw->GetTicketRecord(ticket, &o.rec); }, nullptr, nullptr,
+                   kMinTime});
+    ops.push_back({"GetJDF_1MiB", tickets, [](int64_t, Output& o) { o.ok = Get().tickets->GetJDF(bigJdf, o.jdf); },
+                   [](int64_t, Output& o) { o.ok = Get().raw->GetJDF(bigJdf, o.jdf); }, nullptr, nullptr, kMinTime});
+    ops.push_back({"GetAllQueueEntryIDs_10000", Family{Kind::QueueEntries, 10000},
+                   [](int64_t, Output& o) { o.ids = Get().tickets->GetAllQueueEntryIDs(); },
+                   [](int64_t, Output& o) { o.ids = Get().raw->GetAllQueueEntryIDs(); }, nullptr, nullptr, kMinTime});
+    ops.push_back({"StatusSubGetRecords_1000", Family{Kind::Subscriptions, 1000},
+                   [](int64_t, Output& o) {
+                       o.subs.clear();
+                       o.ok = Get().subs->GetRecords(false, o.subs);
+                   },
+                   [](int64_t, Output& o) {
+                       o.subs.clear();
+                       o.ok = Get().raw->GetStatusSubRecords(false, o.subs);
+                   },
+                   nullptr, nullptr, kMinTime});
+    // A full record added to a queue of `rows` entries; the new row is
+    // deleted again (untimed) so that the queue keeps its size.
+    for (int rows : {0, 1000, 10000, 100000}) {
+        ops.push_back({"AddTicket_" + std::to_string(rows), Family{Kind::QueueEntries, rows},
+                       [](int64_t, Output& o) {
+                           o.rec.qentryId.clear();
+                           o.ok = Get().tickets->AddTicket(&o.rec);
+                       },
+                       [](int64_t, Output& o) {
+                           o.rec.qentryId.clear();
+                           o.ok = Get().raw->AddTicket(&o.rec);
+                       },
+                       [](Output& o) { o.rec = benchdata::FullTicket(0); },
+                       [](const Output& o) {
+                           if (!o.rec.qentryId.empty()) benchdata::DeleteTicket(o.rec.qentryId);
+                       },
+                       rows >= 100000 ? 2 * kMinTime : kMinTime});
+    }
+    return ops;
+}
+
+// Each benchmark runs in `rounds` rounds; within a round of an operation
+// and trace setting the library and the raw side run back to back, so that
+// a change in the machine's load between rounds hits both alike.
+void RegisterAll(int rounds) {
+    for (const Operation& op : Operations()) {
+        for (bool trace : {false, true}) {
+            for (int round = 1; round <= rounds; ++round) {
+                for (bool library : {true, false}) {
+                    const std::string name = op.name + (library ? "/lib" : "/raw") +
+                                             (trace ? "/trace_on" : "/trace_off") + "/round:" + std::to_string(round);
+                    const Operation* which = &op;
+                    benchmark::RegisterBenchmark(name.c_str(),
+                                                 [which, library, trace](benchmark::State& state) {
+                                                     Measure(state, *which, library, trace);
+                                                 })
+                        ->UseRealTime()
+                        ->Unit(benchmark::kMicrosecond)
+                        ->MinTime(op.minTime);
+                }
+            }
+        }
+    }
+}
+
+// Points the library at the server and its log file before anything is made.
+void ConfigureLibrary() {
+    const char* log = std::getenv("NORVA_BENCH_LOG");
+    char cwd[PATH_MAX];
+    const std::string dir = ::getcwd(cwd, sizeof cwd) ? cwd : ".";
+    g_logPath = log && *log ? log : dir + "/norva-bench.log";
+    const std::string conf = dir + "/norva-bench.conf";
+    {
+        std::ofstream out(conf);
+        out << "# written by norva_bench\nLogLevel = " << kTraceOff << "\nLogFile = " << g_logPath << "\n";
+    }
+    if (!ConfigurationControl::Load(conf)) {
+        std::cerr << "norva_bench: cannot read " << conf << "\n";
+        std::exit(1);
+    }
+    ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(benchdata::Host()));
+    Logger::Initialise()->SetLevel(kTraceOff);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    ConfigureLibrary();
+    const char* rounds = std::getenv("NORVA_BENCH_ROUNDS");
+    RegisterAll(rounds && std::atoi(rounds) > 0 ? std::atoi(rounds) : 1);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
