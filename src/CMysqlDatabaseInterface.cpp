@@ -9,6 +9,7 @@
 #include <cppconn/resultset_metadata.h>
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cstring>
 #include <cwchar>
@@ -181,6 +182,26 @@ char* NewText(const std::string& text) {
     char* copy = new char[text.size() + 1];
     std::memcpy(copy, text.c_str(), text.size() + 1);
     return copy;
+}
+
+// The leading decimal number of a key text, read as a stream reads an int:
+// blanks skipped, an optional sign, digits; none counts as 0, and a number
+// out of range gives the nearest limit.
+int LeadingNumber(const std::string& text) {
+    size_t at = 0;
+    while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at]))) ++at;
+    bool negative = false;
+    if (at < text.size() && (text[at] == '+' || text[at] == '-')) negative = text[at++] == '-';
+    int64_t value = 0;
+    const int64_t limit = negative ? -static_cast<int64_t>(INT_MIN) : INT_MAX;
+    bool digits = false;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        digits = true;
+        value = std::min<int64_t>(value * 10 + (text[at] - '0'), limit + 1);
+    }
+    if (!digits) return 0;
+    if (value > limit) return negative ? INT_MIN : INT_MAX;
+    return static_cast<int>(negative ? -value : value);
 }
 
 // A record being read; frees what it still holds if reading stops half-way.
@@ -476,13 +497,19 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             exitLine = nullptr;
             return;
         }
+        // The columns' types and names are the same on every row: read them once.
+        std::vector<std::pair<int, std::string>> columns;
         while (rows->next()) {
+            if (columns.empty()) {
+                sql::ResultSetMetaData* meta = rows->getMetaData();
+                for (unsigned int i = 1; i <= meta->getColumnCount(); ++i)
+                    columns.emplace_back(meta->getColumnType(i), std::string(meta->getColumnName(i)));
+            }
             WorkingRecord working;
-            sql::ResultSetMetaData* meta = rows->getMetaData();
-            const unsigned int columns = meta->getColumnCount();
-            for (unsigned int i = 1; i <= columns; ++i) {
+            for (unsigned int i = 1; i <= columns.size(); ++i) {
+                const std::string& name = columns[i - 1].second;
                 std::unique_ptr<TupElement> element(new TupElement());
-                switch (meta->getColumnType(i)) {
+                switch (columns[i - 1].first) {
                     case sql::DataType::INTEGER:
                         element->type = PARAM_INT;
                         element->value = new int32_t(rows->getInt(i));
@@ -494,7 +521,6 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
                         break;
                     default: break;  // no value: tag 10
                 }
-                const std::string name = meta->getColumnName(i);
                 element->name = NewText(name);
                 std::unique_ptr<char[]> key(NewText(name));
                 if (working.record.insert(std::make_pair(key.get(), element.get())).second) {
@@ -550,9 +576,7 @@ void CMysqlDatabaseInterface::GenerateID(sql::ResultSet* keys, const std::string
     while (keys->next()) {
         int value = 0;
         if (textKeys) {
-            // The leading decimal number of the key text; none counts as 0.
-            std::istringstream key(std::string(keys->getString(keyColumn)));
-            key >> value;
+            value = LeadingNumber(keys->getString(keyColumn));
         } else {
             value = keys->getInt(keyColumn);
         }
@@ -569,14 +593,14 @@ void CMysqlDatabaseInterface::GenerateID(sql::ResultSet* keys, const std::string
 }
 
 int CMysqlDatabaseInterface::NextID(std::vector<int>& keys, int* maxId) {
-    std::sort(keys.begin(), keys.end());
     int64_t id;
     if (!m_bIDPattern) {
         // Sequential: one past the larger of the largest key and the mark.
         int64_t mark = *maxId;
-        if (!keys.empty()) mark = std::max<int64_t>(keys.back(), mark);
+        if (!keys.empty()) mark = std::max<int64_t>(*std::max_element(keys.begin(), keys.end()), mark);
         id = mark + 1;
     } else {
+        std::sort(keys.begin(), keys.end());
         // Lowest free: walk the sorted keys while they match the candidate
         // (a key of 0 also uses up one candidate number).
         int64_t candidate = 1;

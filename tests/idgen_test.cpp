@@ -57,6 +57,14 @@ TEST_F(SequentialIdTest, TextKeysAndUnknownTypes) {
     store->GenerateNewID(TICKET_JDFTICKET, &untouched, PARAM_DOUBLE);
     EXPECT_EQ(77, untouched);
     EXPECT_TRUE(log.Contains(L"CMysqlDatabaseInterface::GenerateNewQID() : Unknown Type to generate id"));
+
+    // A key beyond the int range reads as the largest int: no identifier is
+    // left, so nothing is written rather than a wrapped-around number.
+    db.Exec("INSERT INTO JDFTICKET (QENTRYID) VALUES (' 99999999999x')");
+    key[0] = L'\0';
+    store->GenerateNewID(TICKET_JDFTICKET, key, PARAM_WSTRING);
+    EXPECT_EQ(std::wstring(), key);
+    EXPECT_TRUE(log.ContainsText(L"no identifier left"));
 }
 
 TEST_F(SequentialIdTest, ConcurrentCallersNeverShareAnIdentifier) {
