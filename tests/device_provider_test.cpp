@@ -1,3 +1,5 @@
+// CDeviceDataProvider against the private server: records, the kept quirks of
+// AddDevice and GetDeviceID, the lists and their orders.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -6,124 +8,91 @@
 #include "TestSupport.h"
 
 using testing_support::LogCapture;
-using testing_support::RawDb;
-
-namespace {
 
 class DeviceProviderTest : public ::testing::Test {
 protected:
     void SetUp() override { db.Reset({"DEVICE", "SERVER"}); }
-    bool Add(const std::wstring& id, int serverId, int devIndex = -1) {
-        DeviceTableRecord rec;
-        rec.deviceId = id, rec.serverId = serverId, rec.devIndex = devIndex;
-        return provider.AddDevice(&rec);
+    static auto Fields(const DeviceTableRecord& r) {
+        return std::tie(r.serverId, r.deviceId, r.reservedInt, r.devCaps, r.subUrl, r.devIndex, r.interName, r.displayName,
+                        r.status, r.statusMsg, r.devCondition, r.conditionCode, r.deviceOpMode, r.lastUpdateTime, r.reservedText);
     }
-    RawDb db;
+    testing_support::RawDb db;
     CDeviceDataProvider provider;
 };
 
+// AddDevice rewrites the key column and writes -2 and 0, while the server rejects CONDITION; the record reads back
+// whole with the reserved fields untouched; UpdateDeviceRecord writes its four columns only; the single-column
+// reads; the -1/empty guards refuse before any SQL.
 TEST_F(DeviceProviderTest, AddReadUpdateAndSingleColumns) {
-    DeviceTableRecord rec;
-    rec.deviceId = L"D1", rec.serverId = 7, rec.devCaps = std::wstring(1 << 20, L'\u00e9');
-    rec.subUrl = L"http://h/\u6771\u4eac", rec.devIndex = 3, rec.interName = L"Stra\u00dfe";
-    rec.displayName = L"\u00c9tage", rec.status = -2, rec.statusMsg = L"bereit \u2713", rec.devCondition = L"ok";
-    rec.conditionCode = 3, rec.deviceOpMode = 0, rec.lastUpdateTime = TimeStamp(5);
+    DeviceTableRecord rec{7, L"D1", 9, std::wstring(1 << 20, L'\u00e9'), L"http://h/\u6771\u4eac", 3, L"Stra\u00dfe",
+                          L"\u00c9tage", -2, L"bereit \u2713", L"ok", 3, 0, TimeStamp(5), L"kept"};
     LogCapture log;
     ASSERT_TRUE(provider.AddDevice(&rec));
     EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET DEVICEID = 'D1' WHERE DEVICEID = 'D1'"));
-    // The server rejects "SET CONDITION": logged only, the column stays NULL.
-    EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));
+    EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));  // logged only: stays NULL
     EXPECT_EQ("-2|<null>|0", db.Scalar("SELECT CONCAT_WS('|', STATUS, IFNULL(`CONDITION`,'<null>'), DEVICEOPMODE) FROM DEVICE"));
 
     DeviceTableRecord back;
     back.reservedInt = 9, back.reservedText = L"kept";
-    log.Clear();
     ASSERT_TRUE(provider.GetDeviceRecord(L"D1", &back));
-    EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord"));
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.DEVICEID = 'D1' ) "));
-    EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord"));
-    EXPECT_EQ(std::tie(rec.serverId, rec.deviceId, rec.subUrl, rec.devIndex, rec.interName, rec.displayName, rec.status,
-                       rec.statusMsg, rec.devCondition),
-              std::tie(back.serverId, back.deviceId, back.subUrl, back.devIndex, back.interName, back.displayName,
-                       back.status, back.statusMsg, back.devCondition));
-    EXPECT_TRUE(rec.devCaps == back.devCaps);
-    EXPECT_EQ(std::make_tuple(0, 0, 9, std::wstring(L"kept")),
-              std::tie(back.conditionCode, back.deviceOpMode, back.reservedInt, back.reservedText));
-    EXPECT_EQ(TimeStamp(0), back.lastUpdateTime);
-    std::wstring caps;
-    EXPECT_TRUE(provider.GetDevCaps(L"D1", caps));
-    EXPECT_TRUE(rec.devCaps == caps);
+    rec.conditionCode = 0, rec.lastUpdateTime = TimeStamp(0);  // NULL reads back as 0; a DATETIME never comes back
+    EXPECT_TRUE(Fields(rec) == Fields(back));
+    std::wstring caps, id = L"D1", unknown = L"nope";
+    EXPECT_TRUE(provider.GetDevCaps(L"D1", caps) && caps == rec.devCaps);
 
-    // Four columns only; nothing set is true without SQL.
-    DeviceTableRecord upd;
+    DeviceTableRecord upd, none;
     upd.devCaps = L"c", upd.subUrl = L"s", upd.status = 4, upd.statusMsg = L"m", upd.displayName = L"not written";
     EXPECT_TRUE(provider.UpdateDeviceRecord(L"D1", upd));
     EXPECT_EQ("c|s|4|m|\u00c9tage", db.Scalar("SELECT CONCAT_WS('|', DEVCAPS, SUBURL, STATUS, STATUSMSG, DISPLAYNAME) FROM DEVICE"));
-    DeviceTableRecord none;
+    std::vector<DeviceTableRecord> out(1);
     log.Clear();
-    EXPECT_TRUE(provider.UpdateDeviceRecord(L"D1", none));
-    EXPECT_FALSE(provider.UpdateDeviceRecord(L"", upd));
-    EXPECT_FALSE(provider.UpdateDeviceRecord(L"D1", &upd));
-    EXPECT_FALSE(provider.AddDevice(&none));
-    EXPECT_FALSE(provider.GetDeviceRecord(L"", nullptr));
-    EXPECT_FALSE(provider.DeleteDevice(L""));
-    EXPECT_TRUE(log.Lines().empty());
+    EXPECT_TRUE(provider.UpdateDeviceRecord(L"D1", none));  // nothing to write
+    EXPECT_FALSE(provider.UpdateDeviceRecord(L"", upd) || provider.UpdateDeviceRecord(L"D1", &upd) ||
+                 provider.AddDevice(&none) || provider.GetDeviceRecord(L"", nullptr) || provider.DeleteDevice(L"") ||
+                 provider.GetDeviceRecordsConnectedToServer(-1, out) || provider.IsDevicePresentForServer(-1));
+    EXPECT_TRUE(log.Lines().empty() && out.size() == 1);
 
     bool valid = false;
-    std::wstring id = L"D1", unknown = L"nope";
     EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid) && valid);
-    EXPECT_EQ(7, provider.GetServerId(id));
-    EXPECT_EQ(-1, provider.GetServerId(unknown));
+    EXPECT_EQ(std::make_pair(7, -1), std::make_pair(provider.GetServerId(id), provider.GetServerId(unknown)));
     db.Exec("UPDATE DEVICE SET SERVERID = -1");
     valid = false;
-    EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid));
-    EXPECT_FALSE(valid);
-    EXPECT_FALSE(provider.GetDeviceRecord(unknown, &back));
-    EXPECT_TRUE(provider.DeleteDevice(id));
-    EXPECT_EQ(0, db.Count("DEVICE"));
+    EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid) && !valid);  // never set to false, left as it was
+    EXPECT_TRUE(provider.DeleteDevice(id) && db.Count("DEVICE") == 0);
 }
 
-TEST_F(DeviceProviderTest, QueriesAndOrders) {
-    DeviceTableRecord neg;  // a negative condition code is skipped, a negative status is not
-    neg.deviceId = L"A", neg.serverId = 7, neg.devIndex = 1, neg.conditionCode = neg.deviceOpMode = neg.status = -2;
+// The assertions that stop the process; a negative condition code or op mode is not written; the lists in result
+// order (appended) and reverse result order; GetDeviceID takes its ints as one-character texts; the log lines.
+TEST_F(DeviceProviderTest, QueriesOrdersAndAssertions) {
+    std::wstring id = L"old";
+    EXPECT_DEATH(provider.GetDeviceID(0, 50, id), "nRecCnt == 1");  // no query run: no record
+    EXPECT_DEATH(provider.GetDeviceRecord(L"12", nullptr), "deviceRecordP != __null");
+
     LogCapture log;
-    ASSERT_TRUE(provider.AddDevice(&neg));
+    using Row = std::tuple<const wchar_t*, int, int>;  // id, server, index; the ids sort as their servers do
+    for (const auto& [dev, server, index] : {Row{L"A", 7, 1}, Row{L"B", 7, 2}, Row{L"C", 7, 3}, Row{L"X", 8, -1}, Row{L"12", 1, 2}}) {
+        DeviceTableRecord rec;
+        rec.deviceId = dev, rec.serverId = server, rec.devIndex = index, rec.conditionCode = rec.deviceOpMode = -2;
+        ASSERT_TRUE(provider.AddDevice(&rec));
+    }
     EXPECT_FALSE(log.ContainsText(L"SET CONDITION") || log.ContainsText(L"SET DEVICEOPMODE"));
-    EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET STATUS = '-2' WHERE DEVICEID = 'A'"));
-    ASSERT_TRUE(Add(L"B", 7, 2) && Add(L"C", 7, 3) && Add(L"X", 8));
 
     std::vector<DeviceTableRecord> out(1);
     ASSERT_TRUE(provider.GetDeviceRecordsConnectedToServer(7, out));
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.SERVERID = '7' ) "));
-    EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer"));
     ASSERT_EQ(4u, out.size());
-    EXPECT_EQ(std::make_tuple(std::wstring(), std::wstring(L"A"), std::wstring(L"C"), 3),
-              std::tie(out[0].deviceId, out[1].deviceId, out[3].deviceId, out[3].devIndex));
-    EXPECT_TRUE(provider.IsDevicePresentForServer(8));
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '8' ) "));
-    EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::IsDevicePresentForServer"));
-    EXPECT_FALSE(provider.IsDevicePresentForServer(9));
-    EXPECT_EQ((std::list<std::wstring>{L"X", L"C", L"B", L"A"}), provider.GetAllDeviceIds());
+    EXPECT_EQ(std::make_tuple(std::wstring(), std::wstring(L"A"), std::wstring(L"B"), std::wstring(L"C"), 3),
+              std::tie(out[0].deviceId, out[1].deviceId, out[2].deviceId, out[3].deviceId, out[3].devIndex));
+    EXPECT_TRUE(provider.IsDevicePresentForServer(8) && !provider.IsDevicePresentForServer(9));
+    EXPECT_EQ((std::list<std::wstring>{L"X", L"C", L"B", L"A", L"12"}), provider.GetAllDeviceIds());
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE"));
-    EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetAllDeviceIds"));
-    log.Clear();
-    EXPECT_FALSE(provider.GetDeviceRecordsConnectedToServer(-1, out) || provider.IsDevicePresentForServer(-1));
-    EXPECT_EQ(4u, out.size());
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST_F(DeviceProviderTest, DeviceIdLookupAndAssertions) {
-    // The ints go in as one-character texts: 49 and 50 are '1' and '2'.
-    ASSERT_TRUE(Add(L"R12", 1, 2));
-    std::wstring id = L"old";
-    LogCapture log;
-    EXPECT_TRUE(provider.GetDeviceID(49, 50, id));
-    EXPECT_EQ(L"R12", id);
+    EXPECT_FALSE(provider.GetDeviceRecord(L"nope", &out[0]));
+    EXPECT_TRUE(provider.GetDeviceID(49, 50, id) && id == L"12");  // 49 and 50 are '1' and '2'
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) "));
-    EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceID"));
-    EXPECT_DEATH(provider.GetDeviceID(1, 2, id), "nRecCnt == 1");
-    EXPECT_DEATH(provider.GetDeviceID(0, 50, id), "nRecCnt == 1");
-    EXPECT_DEATH(provider.GetDeviceRecord(L"R12", nullptr), "deviceRecordP != __null");
+    for (const wchar_t* op : {L"GetDeviceRecord", L"GetDeviceRecordsConnectedToServer", L"IsDevicePresentForServer",
+                              L"GetAllDeviceIds", L"GetDeviceID"}) {
+        EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::" + std::wstring(op))) << op;
+        EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CDeviceDataProvider::" + std::wstring(op))) << op;
+    }
 }
-
-}  // namespace
