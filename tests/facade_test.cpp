@@ -2,7 +2,6 @@
 // that share the one store.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <set>
 #include <vector>
 
@@ -11,26 +10,15 @@
 #include "CJobSenderDataProvider.h"
 #include "TestSupport.h"
 
-namespace {
-
-// A store-based provider's first field, just behind its interface's vtable pointer.
-dl_MainInterface* StoreOf(const void* provider) {
-    return *reinterpret_cast<dl_MainInterface* const*>(static_cast<const char*>(provider) + sizeof(void*));
-}
-
-}  // namespace
-
+// The first call creates the one instance, the second builds (and logs) nothing; every getter returns its fixed,
+// distinct provider; the store-based ones hold the one store; the providers work against the real server.
 TEST(FacadeTest, OneInstanceSixProvidersOneStore) {
-    std::remove("./QueryURL");
+    testing_support::RawDb().Reset({"DEVICE", "SERVER"});  // no device may hold the new server
     ASSERT_EQ(CDataAccessProvider::onlyObjectP, nullptr);
     CDataAccessProvider* facade = CDataAccessProvider::GetInstance();
-    ASSERT_NE(facade, nullptr);
-    EXPECT_EQ(CDataAccessProvider::onlyObjectP, facade);
-    {
-        testing_support::LogCapture log;  // the second call builds nothing, so logs nothing
-        EXPECT_EQ(CDataAccessProvider::GetInstance(), facade);
-        EXPECT_TRUE(log.Lines().empty());
-    }
+    ASSERT_TRUE(facade != nullptr && CDataAccessProvider::onlyObjectP == facade);
+    testing_support::LogCapture log;
+    EXPECT_TRUE(CDataAccessProvider::GetInstance() == facade && log.Lines().empty());
 
     auto all = [facade] {
         return std::vector<const void*>{facade->GetTicketDataProvider(),    facade->GetDeviceDataProvider(),
@@ -40,21 +28,17 @@ TEST(FacadeTest, OneInstanceSixProvidersOneStore) {
     const std::vector<const void*> providers = all();
     EXPECT_EQ(all(), providers);
     const std::set<const void*> distinct(providers.begin(), providers.end());
-    EXPECT_EQ(distinct.count(nullptr), 0u);
-    EXPECT_EQ(distinct.size(), 6u);
+    EXPECT_TRUE(distinct.size() == 6u && distinct.count(nullptr) == 0);
     EXPECT_NE(dynamic_cast<CJobSenderDataProvider*>(facade->GetJobSenderDataProvider()), nullptr);
 
     dl_MainInterface* store = CDatabaseFactory::GetDatabaseInterface();
     EXPECT_EQ(store, CMysqlDatabaseInterface::mDatabaseInterfaceP);
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(StoreOf(providers[i]), store) << "provider " << i;
+    for (int i = 0; i < 5; ++i)  // a store-based provider's first field lies just behind its vtable pointer
+        EXPECT_EQ(*reinterpret_cast<dl_MainInterface* const*>(static_cast<const char*>(providers[i]) + sizeof(void*)), store) << i;
 
-    // The providers handed out work against the real server.
-    ServerTableRecord server;
-    server.COMPNAME = L"facade-host";
+    ServerTableRecord server{-1, L"facade-host", L"", -1, L"", L"", L"", L"", -1}, back;
     ASSERT_TRUE(facade->GetServerDataProvider()->AddServer(&server));
-    ServerTableRecord back;
-    EXPECT_TRUE(facade->GetServerDataProvider()->GetServerRecord(server.SERVERID, &back));
-    EXPECT_EQ(back.COMPNAME, L"facade-host");
+    EXPECT_TRUE(facade->GetServerDataProvider()->GetServerRecord(server.SERVERID, &back) && back.COMPNAME == L"facade-host");
     EXPECT_TRUE(facade->GetServerDataProvider()->DeleteServer(server.SERVERID));
     EXPECT_EQ(testing_support::RawDb().Count("SERVER", "SERVERID=" + std::to_string(server.SERVERID)), 0);
 }

@@ -166,9 +166,12 @@ TEST_F(StoreTest, BadInputOnlyFailsItsOwnStatement) {
                                     PARAM_INT));
     EXPECT_EQ("9", db.Scalar("SELECT STATUS FROM JDFTICKET WHERE QENTRYID='Q2'"));
     int read = -1;
-    EXPECT_FALSE(store->GetParameter(TICKET_JDFTICKET, L"it's", PARAM_WSTRING, "JDFTICKET.STATUS", &read, PARAM_INT));
-    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter() : Failed Execution"));
-    EXPECT_TRUE(log.Contains(L"MySQL error code: 1064"));
+    // The hardened build escapes the quote: the key is then just a key with no row.
+    EXPECT_EQ(testing_support::kHardened,
+              store->GetParameter(TICKET_JDFTICKET, L"it's", PARAM_WSTRING, "JDFTICKET.STATUS", &read, PARAM_INT));
+    EXPECT_NE(testing_support::kHardened,
+              log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter() : Failed Execution"));
+    EXPECT_NE(testing_support::kHardened, log.Contains(L"MySQL error code: 1064"));
 
     // A column without a table part is refused before any SQL is built.
     log.Clear();

@@ -15,6 +15,9 @@ class Connection;
 
 namespace testing_support {
 
+// True when the library escapes quoted values (the hardened build).
+constexpr bool kHardened = NORVA_HARDENED_BUILD;
+
 // The private server the suite runs against (environment of scripts/db-start.sh).
 std::string DbHost();  // "tcp://127.0.0.1:PORT"
 std::string DbDir();   // the server's directory, for kill/restart
