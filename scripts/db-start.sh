@@ -147,7 +147,7 @@ rm -f "$dir/mysqld.pid" "$dir/mysqld.bgpid"
 setsid mariadbd --no-defaults "${user_opt[@]}" \
     --datadir="$dir/data" --socket="$sock" --port="$port" --bind-address=127.0.0.1 \
     --pid-file="$dir/mysqld.pid" --log-error="$dir/mysqld.err" --skip-name-resolve \
-    --innodb-buffer-pool-size=64M --character-set-server=utf8mb4 \
+    --innodb-buffer-pool-size=64M --innodb-flush-log-at-trx-commit=2 --character-set-server=utf8mb4 \
     --collation-server=utf8mb4_general_ci --max-allowed-packet=64M \
     </dev/null >>"$dir/mysqld.out" 2>&1 &
 pid=$!
