@@ -24,14 +24,33 @@ db_abs_dir() {
     (cd "$1" && pwd -P)
 }
 
-# True while the process exists and is not a zombie (an unreaped dead
-# process still answers kill -0).
+# True while any thread of the process is still running. An unreaped dead
+# process still answers kill -0, and after SIGKILL the main thread can be a
+# zombie while the other threads still hold the listening sockets open.
 db_pid_alive() {
-    local pid=$1 stat
+    local pid=$1 stat task
     kill -0 "$pid" 2>/dev/null || return 1
-    stat=$(cat "/proc/$pid/stat" 2>/dev/null) || return 1
-    stat=${stat##*) }
-    [[ ${stat%% *} != Z ]]
+    for task in "/proc/$pid/task/"*; do
+        stat=$(cat "$task/stat" 2>/dev/null) || continue
+        stat=${stat##*) }
+        [[ ${stat%% *} != Z ]] && return 0
+    done
+    return 1
+}
+
+# True while something accepts connections on 127.0.0.1:PORT.
+db_port_in_use() {
+    (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
+}
+
+# Waits up to SECONDS for nothing to listen on 127.0.0.1:PORT any more.
+db_wait_port_closed() {
+    local port=$1 seconds=$2 i
+    for ((i = 0; i < seconds * 10; i++)); do
+        db_port_in_use "$port" || return 0
+        sleep 0.1
+    done
+    ! db_port_in_use "$port"
 }
 
 # True when PID is a live server using DIR/data (guards against pid reuse).

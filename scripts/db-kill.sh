@@ -18,3 +18,7 @@ if pid=$(db_running_pid "$dir"); then
     kill -KILL "$pid" 2>/dev/null || true
     db_wait_gone "$pid" 20 || db_die "server $pid is still there after SIGKILL"
 fi
+# Callers expect a refused connection from here on, not a hung handshake.
+if [[ -s $dir/port ]]; then
+    db_wait_port_closed "$(cat "$dir/port")" 20 || db_die "port $(cat "$dir/port") still accepts connections"
+fi

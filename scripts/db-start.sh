@@ -48,15 +48,11 @@ fi
 admin=(mariadb-admin --no-defaults --protocol=socket -S "$sock" -u"$dba")
 client=(mariadb --no-defaults --protocol=socket -S "$sock" -u"$dba")
 
-port_in_use() {
-    (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null
-}
-
 pick_port() {
     local start=$((20000 + RANDOM % 20001)) i p
     for ((i = 0; i < 20001; i++)); do
         p=$((20000 + (start - 20000 + i) % 20001))
-        if ! port_in_use "$p"; then
+        if ! db_port_in_use "$p"; then
             echo "$p"
             return 0
         fi
@@ -135,7 +131,7 @@ fi
 if [[ -s $dir/port ]]; then
     port=$(cat "$dir/port")
     [[ $port =~ ^[0-9]+$ ]] || db_die "bad port in $dir/port: $port"
-    if port_in_use "$port"; then
+    if db_port_in_use "$port"; then
         db_die "port $port (from $dir/port) is already in use by another process"
     fi
 else
