@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds the library and the tests that run threads with ThreadSanitizer
+# (build/tsan), starts a private database server for them, runs them and
+# stops the server again. The first report stops its test and fails the run.
+#
+#   scripts/run-tsan.sh
+#
+# Exits with the status of ctest.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+build="$root/build/tsan"
+
+# The tests in which several threads use the library or its platform parts.
+tests=(concurrency_test fault_test idgen_test jobsender_provider_test platform_test)
+
+bash scripts/install-deps.sh
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DNORVA_TSAN=ON -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON -DNORVA_BUILD_EXAMPLES=OFF
+cmake --build "$build" -j2 --target "${tests[@]}"
+
+dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
+# shellcheck disable=SC2317  # called from the EXIT trap
+cleanup() {
+    bash "$root/scripts/db-stop.sh" "$dbdir" || true
+    rm -rf "$dbdir"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+bash scripts/db-start.sh "$dbdir"
+while IFS='=' read -r key value; do
+    [[ -n $key ]] && export "$key=$value"
+done <"$dbdir/env"
+
+# The suppressions cover only the uninstrumented database connector.
+export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$root/tests/tsan.supp"
+
+regex="^($(IFS='|'; echo "${tests[*]}"))\$"
+ctest --test-dir "$build" --output-on-failure -R "$regex"
