@@ -32,22 +32,12 @@ parent=/tmp
 if [[ ${NORVA_BENCH_ON_DISK:-0} != 1 && -d /dev/shm && -w /dev/shm ]]; then
     parent=/dev/shm
 fi
-dbdir=$(mktemp -d "$parent/norvadb.XXXXXX")
+# shellcheck source-path=SCRIPTDIR source=private-db.sh
+. "$root/scripts/private-db.sh"
+private_db_start "$parent" >/dev/null
 # The benchmark's working directory, with the trace file, stays on disk.
 work=$(mktemp -d /tmp/norvabench.XXXXXX)
-# shellcheck disable=SC2317  # called from the EXIT trap
-cleanup() {
-    bash "$root/scripts/db-stop.sh" "$dbdir" >/dev/null 2>&1 || true
-    rm -rf "$dbdir" "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-bash scripts/db-start.sh "$dbdir" >/dev/null
-while IFS='=' read -r key value; do
-    [[ -n $key ]] && export "$key=$value"
-done <"$dbdir/env"
+private_db_scratch+=("$work")
 
 csv="$build/bench-results.csv"
 echo "run-bench: running the benchmarks ($rounds rounds, a few minutes)..." >&2

@@ -18,26 +18,14 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON
 cmake --build "$build" -j2 --target norva_demo
 
-dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
-workdir=""
-# shellcheck disable=SC2317  # called from the EXIT trap
-cleanup() {
-    bash "$root/scripts/db-stop.sh" "$dbdir" || true
-    rm -rf "$dbdir"
-    [[ -z $workdir ]] || rm -rf "$workdir"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-bash scripts/db-start.sh "$dbdir"
-while IFS='=' read -r key value; do
-    [[ -n $key ]] && export "$key=$value"
-done <"$dbdir/env"
+# shellcheck source-path=SCRIPTDIR source=private-db.sh
+. "$root/scripts/private-db.sh"
+private_db_start /tmp
 
 # The library reads norva.conf and datalayer.xml from the working directory,
 # so the demo starts in an empty one.
 workdir=$(mktemp -d /tmp/norvademo.XXXXXX)
+private_db_scratch+=("$workdir")
 status=0
 (cd "$workdir" && "$build/examples/norva_demo" --db "$NORVA_TEST_DB" "$@") || status=$?
 exit "$status"

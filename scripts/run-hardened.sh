@@ -19,20 +19,9 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DNORVA_HARDENED=ON -DNORVA_BUILD_TESTS=ON -DNORVA_BUILD_EXAMPLES=OFF
 cmake --build "$build" -j2
 
-dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
-# shellcheck disable=SC2317  # called from the EXIT trap
-cleanup() {
-    bash "$root/scripts/db-stop.sh" "$dbdir" || true
-    rm -rf "$dbdir"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-bash scripts/db-start.sh "$dbdir"
-while IFS='=' read -r key value; do
-    [[ -n $key ]] && export "$key=$value"
-done <"$dbdir/env"
+# shellcheck source-path=SCRIPTDIR source=private-db.sh
+. "$root/scripts/private-db.sh"
+private_db_start /tmp
 
 status=0
 ctest --test-dir "$build" --output-on-failure "$@" || status=$?

@@ -27,20 +27,9 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
 cmake --build "$build" -j2
 
-dbdir=$(mktemp -d /tmp/norvadb.XXXXXX)
-# shellcheck disable=SC2317  # called from the EXIT trap
-cleanup() {
-    bash "$root/scripts/db-stop.sh" "$dbdir" || true
-    rm -rf "$dbdir"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-bash scripts/db-start.sh "$dbdir"
-while IFS='=' read -r key value; do
-    [[ -n $key ]] && export "$key=$value"
-done <"$dbdir/env"
+# shellcheck source-path=SCRIPTDIR source=private-db.sh
+. "$root/scripts/private-db.sh"
+private_db_start /tmp
 
 if [[ $mode == sanitize ]]; then
     export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
