@@ -70,6 +70,9 @@ private:
     const char* ColumnPart(const char* column);
     // " WHERE <key column> = '<key>'": how the single-row statements end.
     void AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType);
+    // "<verb> <column> FROM <table> WHERE <key column> = '<key>'".
+    std::string KeyedColumnStatement(const char* verb, const char* name, TICKET_TYPE_NV table, const void* key,
+                                     PARAM_TYPE_NV keyType);
     // The two identifier workers differ only in how keys are read and written.
     void GenerateID(sql::ResultSet* keys, const std::string& keyColumn, void* out, int* maxId, bool textKeys);
 

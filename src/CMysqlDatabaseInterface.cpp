@@ -267,6 +267,14 @@ void CMysqlDatabaseInterface::AppendWhereKey(std::ostringstream& text, TICKET_TY
     text << "'";
 }
 
+std::string CMysqlDatabaseInterface::KeyedColumnStatement(const char* verb, const char* name, TICKET_TYPE_NV table,
+                                                          const void* key, PARAM_TYPE_NV keyType) {
+    std::ostringstream text;
+    text << verb << " " << name << " FROM " << GetTicketType(table);
+    AppendWhereKey(text, table, key, keyType);
+    return text.str();
+}
+
 std::string CMysqlDatabaseInterface::GetTicketType(TICKET_TYPE_NV table) {
     std::string name;
     RunFrame(m_pLogger, nullptr, kGetTicketType, [&](const wchar_t*&) {
@@ -363,10 +371,7 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
             result = false;
             return;
         }
-        std::ostringstream text;
-        text << "SELECT " << name << " FROM " << GetTicketType(table);
-        AppendWhereKey(text, table, key, keyType);
-        std::string statement = text.str();
+        std::string statement = KeyedColumnStatement("SELECT", name, table, key, keyType);
         std::unique_ptr<sql::ResultSet> rows(Run(statement));
         if (!rows) {
             exitLine = L"Returning from CMysqlDatabaseInterface::GetParameter() : Failed Execution";
@@ -411,10 +416,7 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
         if (name == nullptr) return;
         // The server reads this as a multi-table delete naming the column as
         // a table and refuses it; kept so, the failure is only logged.
-        std::ostringstream text;
-        text << "DELETE " << name << " FROM " << GetTicketType(table);
-        AppendWhereKey(text, table, key, keyType);
-        std::string statement = text.str();
+        std::string statement = KeyedColumnStatement("DELETE", name, table, key, keyType);
         delete Run(statement);
     });
     return true;
@@ -447,10 +449,7 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             exitLine = nullptr;
             return;
         }
-        std::ostringstream text;
-        text << "SELECT " << name << " FROM " << GetTicketType(table);
-        AppendWhereKey(text, table, key, keyType);
-        std::string statement = text.str();
+        std::string statement = KeyedColumnStatement("SELECT", name, table, key, keyType);
         std::unique_ptr<sql::ResultSet> rows(Run(statement));
         if (!rows) {
             exitLine = L"Exiting CMysqlDatabaseInterface::GetBlob() : Failed Execution.";
@@ -602,14 +601,16 @@ int CMysqlDatabaseInterface::NextID(std::vector<int>& keys, int* maxId) {
     } else {
         std::sort(keys.begin(), keys.end());
         // Lowest free: walk the sorted keys while they match the candidate
-        // (a key of 0 also uses up one candidate number).
+        // (a key of 0 also uses up one candidate number). Text keys can give
+        // a number twice ("1" and "01") or below 1 ("-5"); such a key is
+        // passed over, so the walk never stops on a number already taken.
         int64_t candidate = 1;
-        auto key = keys.begin();
-        while (key != keys.end() && (*key == candidate || *key == 0)) {
-            ++key;
-            ++candidate;
+        for (int key : keys) {
+            if (key == candidate || key == 0)
+                ++candidate;
+            else if (key > candidate)
+                break;
         }
-        if (key != keys.end() && *key == candidate) ++candidate;
         id = candidate;
     }
     if (id > INT_MAX) {
