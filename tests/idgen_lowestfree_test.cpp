@@ -3,28 +3,15 @@
 #include <ConfigurationControl.h>
 #include <gtest/gtest.h>
 
-#include "CMysqlDatabaseInterface.h"
-#include "TestSupport.h"
+#include "IdGenFixture.h"
 
 using testing_support::LogCapture;
-using testing_support::RawDb;
 
 namespace {
 
-class LowestFreeIdTest : public ::testing::Test {
+class LowestFreeIdTest : public testing_support::IdGenTest {
 protected:
     static void SetUpTestSuite() { ConfigurationControl::SetIDPattern(true); }
-    void SetUp() override {
-        db.Reset({"CONTENT", "JDFTICKET"});
-        store = CMysqlDatabaseInterface::GetInstance();
-    }
-    int NextContentId() {
-        int id = -1;
-        store->GenerateNewID(TICKET_CONTENT, &id, PARAM_INT);
-        return id;
-    }
-    RawDb db;
-    CMysqlDatabaseInterface* store = nullptr;
 };
 
 TEST_F(LowestFreeIdTest, FillsTheFirstGap) {
@@ -45,6 +32,13 @@ TEST_F(LowestFreeIdTest, KeyZeroUsesUpACandidate) {
     // As it stands: a key of 0 counts like a match, so the free 1 is skipped.
     db.Exec("INSERT INTO JDFTICKET (QENTRYID) VALUES ('x'), ('2')");
     wchar_t key[33] = {0};
+    store->GenerateNewID(TICKET_JDFTICKET, key, PARAM_WSTRING);
+    EXPECT_EQ(std::wstring(L"3"), key);
+
+    // Text keys that give a number twice or a negative one never make the
+    // walk stop on a number already taken.
+    db.Exec("DELETE FROM JDFTICKET");
+    db.Exec("INSERT INTO JDFTICKET (QENTRYID) VALUES ('-5'), ('1'), ('01'), ('2')");
     store->GenerateNewID(TICKET_JDFTICKET, key, PARAM_WSTRING);
     EXPECT_EQ(std::wstring(L"3"), key);
 }

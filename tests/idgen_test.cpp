@@ -5,28 +5,13 @@
 #include <thread>
 #include <vector>
 
-#include "CMysqlDatabaseInterface.h"
-#include "TestSupport.h"
+#include "IdGenFixture.h"
 
 using testing_support::LogCapture;
-using testing_support::RawDb;
 
 namespace {
 
-class SequentialIdTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        db.Reset({"CONTENT", "JDFTICKET"});
-        store = CMysqlDatabaseInterface::GetInstance();
-    }
-    int NextContentId() {
-        int id = -1;
-        store->GenerateNewID(TICKET_CONTENT, &id, PARAM_INT);
-        return id;
-    }
-    RawDb db;
-    CMysqlDatabaseInterface* store = nullptr;
-};
+using SequentialIdTest = testing_support::IdGenTest;
 
 TEST_F(SequentialIdTest, OnePastTheLargerOfKeysAndMark) {
     LogCapture log;
