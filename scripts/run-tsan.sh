@@ -13,7 +13,7 @@ cd "$root"
 build="$root/build/tsan"
 
 # The tests in which several threads use the library or its platform parts.
-tests=(concurrency_test fault_test idgen_test jobsender_provider_test platform_test)
+tests=(concurrency_test fault_test jobsender_provider_test platform_test)
 
 bash scripts/install-deps.sh
 

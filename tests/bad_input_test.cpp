@@ -18,21 +18,6 @@ namespace {
 
 const std::wstring kHostile = L"x' OR '1'='1";
 
-// Which build is running, read from the SQL text of one probe write (on a key
-// that matches no row): an escaped quote or a verbatim one.
-bool Hardened() {
-    static const bool hardened = [] {
-        testing_support::LogCapture log;
-        CDataAccessProvider::GetInstance()->GetTicketDataProvider()->UpdateTicketStatusMsg(L"probe", L"a'b");
-        const bool escaped = log.Contains(L"UPDATE JDFTICKET SET STATUSMSG = 'a\\'b' WHERE QENTRYID = 'probe'");
-        EXPECT_TRUE(escaped || log.Contains(L"UPDATE JDFTICKET SET STATUSMSG = 'a'b' WHERE QENTRYID = 'probe'"));
-        EXPECT_EQ(testing_support::kHardened, escaped) << "the library and the tests are of different builds";
-        std::printf("[ build    ] %s\n", escaped ? "hardened: values are escaped" : "default: values as they stand");
-        return escaped;
-    }();
-    return hardened;
-}
-
 // What a write leads to: the text read back (none: the value itself) and the
 // server's error code, if it refuses the statement.
 struct Expect { std::optional<std::wstring> back; int error; };
@@ -129,7 +114,7 @@ TEST_F(BadInputTest, AwkwardValuesThroughEveryProvider) {
             if (!table.empty())
                 db.Exec("INSERT INTO " + table + "(" + key + ", " + col + ") VALUES('1', 'old'), ('2', 'neighbour')");
             // The ticket file escapes every text itself and takes any length.
-            const Expect expect = table.empty() ? kSame : Hardened() ? value.hardened : value.plain;
+            const Expect expect = table.empty() ? kSame : testing_support::kHardened ? value.hardened : value.plain;
 
             testing_support::LogCapture log;
             EXPECT_EQ(value.value.empty() ? column.resultWhenUnset : true, column.write(value.value));
@@ -150,7 +135,7 @@ TEST_F(BadInputTest, AwkwardValuesThroughEveryProvider) {
 // the insert is refused (1292) and the column writes on the key overwrite
 // both other rows. The hardened build stores and reads it as plain text.
 TEST_F(BadInputTest, HostileKey) {
-    const bool hardened = Hardened();
+    const bool hardened = testing_support::kHardened;
     db.Exec("INSERT INTO DEVICE(DEVICEID, STATUSMSG) VALUES('d1', 'one'), ('d2', 'two')");
     testing_support::LogCapture log;
     DeviceTableRecord rec, back;

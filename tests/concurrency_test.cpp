@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <future>
 #include <random>
 #include <set>
 #include <string>
@@ -167,12 +166,7 @@ TEST(Concurrency, EightThreadsThroughTheFacade) {
     std::remove("./QueryURL");
     CDataAccessProvider::GetInstance();  // the first call is not synchronised: made before the threads start
 
-    // Aborts the process if the run does not end in time.
-    std::promise<void> finished;
-    std::thread watchdog([done = finished.get_future()] {
-        if (done.wait_for(std::chrono::seconds(120)) == std::future_status::timeout)
-            std::fputs("watchdog: still running after 120 s, probably deadlocked\n", stderr), std::abort();
-    });
+    testing_support::Watchdog watchdog;
 
     // Error lines only are kept (the sink runs under the logger's lock).
     std::vector<std::wstring> errors;
@@ -203,8 +197,6 @@ TEST(Concurrency, EightThreadsThroughTheFacade) {
                 EXPECT_TRUE(kKinds[k].run(kWhole, l, 0)) << kKinds[k].name << " differs after the run";
         EXPECT_TRUE(w.failures.empty()) << w.failures.size() << " failed, the first: " << w.failures.front();
     }
-    finished.set_value();
-    watchdog.join();
 }
 
 }  // namespace

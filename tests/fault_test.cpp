@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <future>
 #include <map>
 #include <random>
 #include <string>
@@ -27,16 +26,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-// Aborts the process if the test does not end in time: a call that hangs fails it.
-struct Watchdog {
-    std::promise<void> done;
-    std::thread thread{[finished = done.get_future()] {
-        if (finished.wait_for(std::chrono::seconds(120)) == std::future_status::timeout)
-            std::fputs("watchdog: the test still runs after 120 s; a call hangs\n", stderr), std::abort();
-    }};
-    ~Watchdog() { done.set_value(), thread.join(); }
-};
 
 ITicketDataProvider* Tickets() { return CDataAccessProvider::GetInstance()->GetTicketDataProvider(); }
 
@@ -83,7 +72,7 @@ void Enter(Phase phase, void (*change)(), std::vector<Worker>& workers) {
 TEST(Faults, ServerKilledWhileThreadsWorkAndStartedAgain) {
     testing_support::RawDb().Reset({"JDFTICKET"});
     Tickets();  // the first call is not synchronised: made before the threads start
-    Watchdog watchdog;
+    testing_support::Watchdog watchdog;
     testing_support::LogCapture log;
     std::vector<Worker> workers(4);
     std::atomic<bool> stop{false};
@@ -152,7 +141,7 @@ bool KilledBySigkill(pid_t child, int delayMs = -1) {
 }
 
 TEST(Faults, TicketFileWriterKilledMidSaveLeavesOldOrNewContent) {
-    Watchdog watchdog;
+    testing_support::Watchdog watchdog;
     std::system("rm -f QueryURL .QueryURL.*");  // and the temporary files of writers killed before
 
     // Killed at a random moment while it adds pairs in a loop: the file holds

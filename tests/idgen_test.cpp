@@ -1,10 +1,6 @@
 // Sequential identifier generation (the default mode) against the server.
 #include <gtest/gtest.h>
 
-#include <set>
-#include <thread>
-#include <vector>
-
 #include "IdGenFixture.h"
 
 using testing_support::LogCapture;
@@ -50,20 +46,6 @@ TEST_F(SequentialIdTest, TextKeysAndUnknownTypes) {
     store->GenerateNewID(TICKET_JDFTICKET, key, PARAM_WSTRING);
     EXPECT_EQ(std::wstring(), key);
     EXPECT_TRUE(log.ContainsText(L"no identifier left"));
-}
-
-TEST_F(SequentialIdTest, ConcurrentCallersNeverShareAnIdentifier) {
-    std::vector<std::thread> threads;
-    std::vector<std::vector<int>> ids(4);
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 25; ++i) ids[t].push_back(NextContentId());
-        });
-    for (auto& thread : threads) thread.join();
-    std::set<int> all;
-    for (const auto& list : ids) all.insert(list.begin(), list.end());
-    EXPECT_EQ(100u, all.size());
-    EXPECT_EQ("100", db.Scalar("SELECT CONTENT FROM MAXID"));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,8 +17,6 @@
 #include <tuple>
 #include <vector>
 
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -220,27 +217,4 @@ TEST_F(PlatformTest, TicketUnparsableFileIsRefusedAndLeftAlone) {
         EXPECT_EQ(ReadAll(path_), content);
     }
     EXPECT_EQ(CreateTicket(File("").c_str()), nullptr);  // a directory
-}
-
-// A crash just before the rename leaves the old file whole, the new content complete beside it.
-TEST_F(PlatformTest, TicketCrashBeforeRenameLeavesOldFileWhole) {
-    Edit([](const STICKET_ACCESS& t) { t.AddParameter("ZT/URL", "old"); });
-    const std::string old = ReadAll(path_);
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ZTTicketsBeforeReplaceHook = [](const char*) { ::raise(SIGKILL); };
-        Edit([](const STICKET_ACCESS& t) { t.DelParameter("ZT/URL", 0); t.AddParameter("ZT/URL", "new"); });
-        ::_exit(0);  // only reached if the hook did not run
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    EXPECT_EQ(ReadAll(path_), old);
-    std::vector<std::string> others;  // files beside the ticket file
-    for (const auto& entry : std::filesystem::directory_iterator(dir_)) others.push_back(entry.path().filename());
-    ASSERT_EQ(others.size(), 2u);
-    const std::string temp = others[0] == "QueryURL" ? others[1] : others[0];
-    EXPECT_EQ(temp.rfind(".QueryURL.", 0), 0u);
-    EXPECT_NE(ReadAll(File(temp)).find("\"new\""), std::string::npos);
 }

@@ -8,6 +8,8 @@
 #include <mysql_driver.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -107,5 +109,18 @@ static void RunScript(const std::string& script) {
 
 void KillServer() { RunScript("db-kill.sh"); }
 void StartServer() { RunScript("db-start.sh"); }
+
+Watchdog::Watchdog(int seconds)
+    : m_thread([finished = m_done.get_future(), seconds] {
+          if (finished.wait_for(std::chrono::seconds(seconds)) == std::future_status::timeout) {
+              std::fprintf(stderr, "watchdog: the test still runs after %d s; a call hangs\n", seconds);
+              std::abort();
+          }
+      }) {}
+
+Watchdog::~Watchdog() {
+    m_done.set_value();
+    m_thread.join();
+}
 
 }  // namespace testing_support

@@ -3,10 +3,12 @@
 
 #include <Logger.h>
 
+#include <future>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace sql {
@@ -58,6 +60,18 @@ private:
 // Stops the private server with SIGKILL and starts it again (same data, same port).
 void KillServer();
 void StartServer();
+
+// Aborts the process if it is still alive after the given time: a test whose
+// call hangs (a lock left held) fails instead of hanging the suite.
+class Watchdog {
+public:
+    explicit Watchdog(int seconds = 120);
+    ~Watchdog();
+
+private:
+    std::promise<void> m_done;
+    std::thread m_thread;
+};
 
 }  // namespace testing_support
 
