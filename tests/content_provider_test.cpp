@@ -14,69 +14,55 @@ struct ContentProviderTest : ::testing::Test {
         return {-1, runId, qentryId, L"http://h/\u6771\u4eac.pdf", L"cache\\job\\a.pdf", 2, L"Stra\u00dfe \u00e9t\u00e9",
                 12, L"PDF", TimeStamp(3), TimeStamp(0), L"http://h/p.png", L"prev\\p.png"};
     }
-    static auto Fields(const ContentTableRecord& r) {
-        return std::tie(r.contentId, r.runId, r.qentryId, r.remoteUrl, r.cacFilePath, r.cacheStat, r.displayName, r.nPages,
-                        r.fileType, r.cacheDate, r.lastModDate, r.previewRemoteUrl, r.previewCacFilePath);
-    }
     testing_support::RawDb db;
     CContentDataProvider provider;
 };
 
-// AddRecord stores both cache paths with forward slashes and leaves the record's text alone; a record reads back
-// whole (under GetRecords' log lines); GetRecords appends in result order; UpdateRecord sends paths as they stand;
-// the -1/empty guards refuse before any SQL, two of them with their log lines; DeleteRecord removes the row.
-TEST_F(ContentProviderTest, RecordsPathsUpdateAndGuards) {
-    ContentTableRecord rec = Full(L"Q\u00fc1", L"Lauf-\u00e4"), back, update;
+// The assertions that stop the process (first: the child reruns this test). AddRecord stores both cache paths with
+// forward slashes and leaves the record's text alone; a record reads back whole (under GetRecords' log lines);
+// GetRecords appends in result order; GetContentId finds the one row; the -1/empty guards refuse before any SQL,
+// two of them with their log lines; UpdateRecord sends paths as they stand and skips unset counters (nPages 0,
+// cacheStat -1); a NULL RUN_ID reads back as an empty text with a value and replaces the caller's.
+TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
+    EXPECT_DEATH(provider.GetRecord(5, nullptr), "contentRecordP != __null");
+    EXPECT_DEATH(provider.GetContentId(L"none", L"none"), "nRecCnt == 1");
+    ContentTableRecord rec = Full(L"Q\u00fc1", L"Lauf-\u00e4"), r1 = Full(L"Q1", L"R1"), r2 = Full(L"Q1", L"R2"), back, update;
+    testing_support::LogCapture log;
     ASSERT_TRUE(provider.AddRecord(&rec));
     EXPECT_EQ(L"cache\\job\\a.pdf", rec.cacFilePath);
     EXPECT_EQ("cache/job/a.pdf|prev/p.png", db.Scalar("SELECT CONCAT(CACFILEPATH, '|', PREVIEWCACFILEPATH) FROM CONTENT"));
-    testing_support::LogCapture log;
     ASSERT_TRUE(provider.GetRecord(1, &back));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CContentDataProvider::GetRecords") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords"));
+    const auto fields = [](const ContentTableRecord& r) {
+        return std::tie(r.contentId, r.runId, r.qentryId, r.remoteUrl, r.cacFilePath, r.cacheStat, r.displayName, r.nPages,
+                        r.fileType, r.cacheDate, r.lastModDate, r.previewRemoteUrl, r.previewCacFilePath);
+    };
     rec.cacFilePath = L"cache/job/a.pdf", rec.previewCacFilePath = L"prev/p.png", rec.cacheDate = TimeStamp(0);
-    EXPECT_TRUE(Fields(rec) == Fields(back));
+    EXPECT_TRUE(fields(rec) == fields(back));
 
     std::vector<ContentTableRecord> out(1);
-    for (const wchar_t* run : {L"R1", L"R2"}) {
-        ContentTableRecord more = Full(L"Q1", run);
-        ASSERT_TRUE(provider.AddRecord(&more));
-    }
-    ASSERT_TRUE(provider.GetRecords(L"Q1", out));
-    ASSERT_EQ(3u, out.size());
+    ASSERT_TRUE(provider.AddRecord(&r1) && provider.AddRecord(&r2));
+    ASSERT_TRUE(provider.GetRecords(L"Q1", out) && out.size() == 3);
     EXPECT_EQ(std::make_tuple(-1, 2, 3, L"R2", L"Q1", rec.displayName, L"prev/p.png", 12),
               std::make_tuple(out[0].contentId, out[1].contentId, out[2].contentId, out[2].runId, out[2].qentryId,
                               out[2].displayName, out[2].previewCacFilePath, out[2].nPages));
+    EXPECT_EQ(2, provider.GetContentId(L"Q1", L"R1"));
+    EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) AND ( CONTENT.RUN_ID = 'R1' ) "));
+    EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CContentDataProvider::GetContentId") &&
+                log.Contains(L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"));
 
-    update.cacFilePath = L"x\\y\\z";
-    EXPECT_TRUE(provider.UpdateRecord(1, update));
-    EXPECT_TRUE(log.Contains(testing_support::kHardened
-                                 ? L"UPDATE CONTENT SET CACFILEPATH = 'x\\\\y\\\\z' WHERE CONTENTID = '1'"
-                                 : L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'"));
     log.Clear();
     EXPECT_FALSE(provider.UpdateRecord(-1, update) || provider.UpdateRecord(1, ContentTableRecord()) ||
                  provider.GetRecord(-1, nullptr) || provider.DeleteRecord(-1) || provider.GetRecords(L"", out));
     EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{L"CContentDataProvider::DeleteRecord() Failed since contentID == -1",
                                                       L"CContentDataProvider::GetRecords()-> Empty QueuEntry"}));
-    EXPECT_EQ(3u, out.size());
-    EXPECT_TRUE(provider.DeleteRecord(1));
-    EXPECT_EQ(2, db.Count("CONTENT"));
-}
-
-// The assertions that stop the process; unset counters (nPages 0, cacheStat -1) are not written; GetContentId finds
-// the one row; a NULL RUN_ID reads back as an empty text with a value and replaces the caller's.
-TEST_F(ContentProviderTest, AssertionsUnsetCountersContentIdAndNullRunId) {
-    EXPECT_DEATH(provider.GetRecord(5, nullptr), "contentRecordP != __null");
-    EXPECT_DEATH(provider.GetContentId(L"none", L"none"), "nRecCnt == 1");
-    ContentTableRecord rec, back;
-    rec.qentryId = L"Q1", rec.runId = L"R1", back.runId = L"old";
-    testing_support::LogCapture log;
-    ASSERT_TRUE(provider.AddRecord(&rec));
-    EXPECT_FALSE(log.ContainsText(L"SET NPAGES") || log.ContainsText(L"SET CACHESTAT"));
-    EXPECT_EQ(rec.contentId, provider.GetContentId(L"Q1", L"R1"));
-    EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) AND ( CONTENT.RUN_ID = 'R1' ) "));
-    EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CContentDataProvider::GetContentId") &&
-                log.Contains(L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"));
+    update.cacFilePath = L"x\\y\\z";
+    EXPECT_TRUE(provider.UpdateRecord(1, update) && !log.ContainsText(L"SET NPAGES") && !log.ContainsText(L"SET CACHESTAT"));
+    EXPECT_TRUE(log.Contains(testing_support::kHardened
+                                 ? L"UPDATE CONTENT SET CACFILEPATH = 'x\\\\y\\\\z' WHERE CONTENTID = '1'"
+                                 : L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'"));
+    EXPECT_TRUE(provider.DeleteRecord(1) && db.Count("CONTENT") == 2);
     db.Exec("UPDATE CONTENT SET RUN_ID = NULL");
-    EXPECT_TRUE(provider.GetRecord(rec.contentId, &back) && back.runId.empty());
+    EXPECT_TRUE(provider.GetRecord(2, &back) && back.runId.empty());
 }

@@ -7,89 +7,76 @@
 #include "CDeviceDataProvider.h"
 #include "TestSupport.h"
 
-using testing_support::LogCapture;
-
-class DeviceProviderTest : public ::testing::Test {
-protected:
+struct DeviceProviderTest : ::testing::Test {
     void SetUp() override { db.Reset({"DEVICE", "SERVER"}); }
-    static auto Fields(const DeviceTableRecord& r) {
-        return std::tie(r.serverId, r.deviceId, r.reservedInt, r.devCaps, r.subUrl, r.devIndex, r.interName, r.displayName,
-                        r.status, r.statusMsg, r.devCondition, r.conditionCode, r.deviceOpMode, r.lastUpdateTime, r.reservedText);
-    }
     testing_support::RawDb db;
     CDeviceDataProvider provider;
 };
 
-// AddDevice rewrites the key column and writes -2 and 0, while the server rejects CONDITION; the record reads back
-// whole with the reserved fields untouched; UpdateDeviceRecord writes its four columns only; the single-column
-// reads; the -1/empty guards refuse before any SQL.
-TEST_F(DeviceProviderTest, AddReadUpdateAndSingleColumns) {
+// The assertions that stop the process (first: the child reruns this test). AddDevice rewrites the key column and
+// writes -2 and 0, while the server rejects CONDITION; the record reads back whole with the reserved fields
+// untouched; UpdateDeviceRecord writes its four columns only; the single-column reads; the -1/empty guards refuse
+// before any SQL. Then a negative condition code or op mode is not written; the lists in result order (appended)
+// and reverse result order; GetDeviceID takes its ints as one-character texts; the log lines.
+TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
     DeviceTableRecord rec{7, L"D1", 9, std::wstring(1 << 20, L'\u00e9'), L"http://h/\u6771\u4eac", 3, L"Stra\u00dfe",
-                          L"\u00c9tage", -2, L"bereit \u2713", L"ok", 3, 0, TimeStamp(5), L"kept"};
-    LogCapture log;
+                          L"\u00c9tage", -2, L"bereit \u2713", L"ok", 3, 0, TimeStamp(5), L"kept"}, back, upd, none;
+    std::wstring id = L"D1", caps, unknown = L"nope";
+    EXPECT_DEATH(provider.GetDeviceID(0, 50, caps), "nRecCnt == 1");  // no query run: no record
+    EXPECT_DEATH(provider.GetDeviceRecord(L"12", nullptr), "deviceRecordP != __null");
+    testing_support::LogCapture log;
     ASSERT_TRUE(provider.AddDevice(&rec));
     EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET DEVICEID = 'D1' WHERE DEVICEID = 'D1'"));
     EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));  // logged only: stays NULL
     EXPECT_EQ("-2|<null>|0", db.Scalar("SELECT CONCAT_WS('|', STATUS, IFNULL(`CONDITION`,'<null>'), DEVICEOPMODE) FROM DEVICE"));
 
-    DeviceTableRecord back;
     back.reservedInt = 9, back.reservedText = L"kept";
-    ASSERT_TRUE(provider.GetDeviceRecord(L"D1", &back));
+    ASSERT_TRUE(provider.GetDeviceRecord(id, &back));
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.DEVICEID = 'D1' ) "));
+    const auto fields = [](const DeviceTableRecord& r) {
+        return std::tie(r.serverId, r.deviceId, r.reservedInt, r.devCaps, r.subUrl, r.devIndex, r.interName, r.displayName,
+                        r.status, r.statusMsg, r.devCondition, r.conditionCode, r.deviceOpMode, r.lastUpdateTime, r.reservedText);
+    };
     rec.conditionCode = 0, rec.lastUpdateTime = TimeStamp(0);  // NULL reads back as 0; a DATETIME never comes back
-    EXPECT_TRUE(Fields(rec) == Fields(back));
-    std::wstring caps, id = L"D1", unknown = L"nope";
-    EXPECT_TRUE(provider.GetDevCaps(L"D1", caps) && caps == rec.devCaps);
+    EXPECT_TRUE(fields(rec) == fields(back));
+    EXPECT_TRUE(provider.GetDevCaps(id, caps) && caps == rec.devCaps);
 
-    DeviceTableRecord upd, none;
     upd.devCaps = L"c", upd.subUrl = L"s", upd.status = 4, upd.statusMsg = L"m", upd.displayName = L"not written";
-    EXPECT_TRUE(provider.UpdateDeviceRecord(L"D1", upd));
+    EXPECT_TRUE(provider.UpdateDeviceRecord(id, upd));
     EXPECT_EQ("c|s|4|m|\u00c9tage", db.Scalar("SELECT CONCAT_WS('|', DEVCAPS, SUBURL, STATUS, STATUSMSG, DISPLAYNAME) FROM DEVICE"));
     std::vector<DeviceTableRecord> out(1);
     log.Clear();
-    EXPECT_TRUE(provider.UpdateDeviceRecord(L"D1", none));  // nothing to write
-    EXPECT_FALSE(provider.UpdateDeviceRecord(L"", upd) || provider.UpdateDeviceRecord(L"D1", &upd) ||
+    EXPECT_FALSE(provider.UpdateDeviceRecord(L"", upd) || provider.UpdateDeviceRecord(id, &upd) ||
                  provider.AddDevice(&none) || provider.GetDeviceRecord(L"", nullptr) || provider.DeleteDevice(L"") ||
                  provider.GetDeviceRecordsConnectedToServer(-1, out) || provider.IsDevicePresentForServer(-1));
-    EXPECT_TRUE(log.Lines().empty() && out.size() == 1);
+    EXPECT_TRUE(provider.UpdateDeviceRecord(id, none) && log.Lines().empty() && out.size() == 1);  // nothing to write
 
     bool valid = false;
     EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid) && valid);
     EXPECT_EQ(std::make_pair(7, -1), std::make_pair(provider.GetServerId(id), provider.GetServerId(unknown)));
     db.Exec("UPDATE DEVICE SET SERVERID = -1");
-    valid = false;
-    EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid) && !valid);  // never set to false, left as it was
+    EXPECT_TRUE(provider.IsDeviceIDValid(id, &valid) && valid);  // never set to false, left as it was
     EXPECT_TRUE(provider.DeleteDevice(id) && db.Count("DEVICE") == 0);
-}
 
-// The assertions that stop the process; a negative condition code or op mode is not written; the lists in result
-// order (appended) and reverse result order; GetDeviceID takes its ints as one-character texts; the log lines.
-TEST_F(DeviceProviderTest, QueriesOrdersAndAssertions) {
-    std::wstring id = L"old";
-    EXPECT_DEATH(provider.GetDeviceID(0, 50, id), "nRecCnt == 1");  // no query run: no record
-    EXPECT_DEATH(provider.GetDeviceRecord(L"12", nullptr), "deviceRecordP != __null");
-
-    LogCapture log;
+    log.Clear();
     using Row = std::tuple<const wchar_t*, int, int>;  // id, server, index; the ids sort as their servers do
     for (const auto& [dev, server, index] : {Row{L"A", 7, 1}, Row{L"B", 7, 2}, Row{L"C", 7, 3}, Row{L"X", 8, -1}, Row{L"12", 1, 2}}) {
-        DeviceTableRecord rec;
-        rec.deviceId = dev, rec.serverId = server, rec.devIndex = index, rec.conditionCode = rec.deviceOpMode = -2;
-        ASSERT_TRUE(provider.AddDevice(&rec));
+        DeviceTableRecord more;
+        more.deviceId = dev, more.serverId = server, more.devIndex = index, more.conditionCode = more.deviceOpMode = -2;
+        ASSERT_TRUE(provider.AddDevice(&more));
     }
     EXPECT_FALSE(log.ContainsText(L"SET CONDITION") || log.ContainsText(L"SET DEVICEOPMODE"));
 
-    std::vector<DeviceTableRecord> out(1);
-    ASSERT_TRUE(provider.GetDeviceRecordsConnectedToServer(7, out));
+    ASSERT_TRUE(provider.GetDeviceRecordsConnectedToServer(7, out) && out.size() == 4);
     EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.SERVERID = '7' ) "));
-    ASSERT_EQ(4u, out.size());
     EXPECT_EQ(std::make_tuple(std::wstring(), std::wstring(L"A"), std::wstring(L"B"), std::wstring(L"C"), 3),
               std::tie(out[0].deviceId, out[1].deviceId, out[2].deviceId, out[3].deviceId, out[3].devIndex));
     EXPECT_TRUE(provider.IsDevicePresentForServer(8) && !provider.IsDevicePresentForServer(9));
     EXPECT_EQ((std::list<std::wstring>{L"X", L"C", L"B", L"A", L"12"}), provider.GetAllDeviceIds());
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE"));
     EXPECT_FALSE(provider.GetDeviceRecord(L"nope", &out[0]));
-    EXPECT_TRUE(provider.GetDeviceID(49, 50, id) && id == L"12");  // 49 and 50 are '1' and '2'
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) "));
+    EXPECT_TRUE(provider.GetDeviceID(49, 50, out[0].deviceId) && out[0].deviceId == L"12");  // 49 and 50 are '1' and '2'
+    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE") &&
+                log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) "));
     for (const wchar_t* op : {L"GetDeviceRecord", L"GetDeviceRecordsConnectedToServer", L"IsDevicePresentForServer",
                               L"GetAllDeviceIds", L"GetDeviceID"}) {
         EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::" + std::wstring(op))) << op;

@@ -10,8 +10,7 @@
 using testing_support::LogCapture;
 typedef std::list<std::wstring> Keys;
 
-class TicketProviderTest : public ::testing::Test {
-protected:
+struct TicketProviderTest : ::testing::Test {
     void SetUp() override { db.Reset({"JDFTICKET"}); }
 
     // The columns of the logged UPDATE statements, in the order they ran, each followed by a space.
@@ -30,19 +29,23 @@ protected:
     CTicketDataProvider provider;
 };
 
-// AddTicket writes the generated key, then the set fields in its own order (-1 skipped, -2 written); the record
-// reads back whole, both times from SUBTIME; UpdateTicketRecord walks another order without the key; a large
-// Unicode JDF round trips through UpdateJDF/GetJDF.
-TEST_F(TicketProviderTest, AddReadAndUpdateRecords) {
-    TicketTableRecord rec{L"/cache/p1", L"http://p/1", L"", L"<JDF/>", L"DEV1", L"http://ret", L"http://up",
-                          L"SND", TimeStamp(5), TimeStamp(6), L"q=1", L"printing", 7, 3, L"JOB", L"PART"};
+// AddTicket writes the generated key, then the set fields in its own order (-1 and empty skipped, -2 written);
+// UpdateTicketRecord walks another order without the key; the record reads back whole, both times from SUBTIME;
+// the JDF and single columns read and write through the server (an empty message is written); SetJDFState and
+// RestoreState form a one-level undo.
+TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
+    TicketTableRecord rec{L"/cache/p1", L"http://p/1", L"", L"<JDF N=\"\u00dc\u20ac\U0001F600\u4e2d\"/>", L"DEV1",
+                          L"http://ret", L"http://up", L"SND", TimeStamp(5), TimeStamp(6), L"q=1", L"printing", -2, 3, L"JOB", L"PART"};
     LogCapture log;
     ASSERT_TRUE(provider.AddTicket(&rec));
     EXPECT_EQ(L"JDF HOLDDEVID JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL UPLOADURL SENDERID SUBTIME LASTUPDATETIME "
               L"QSUBSPARAMS STATUSMSG STATUS STATE JOBID JOBPARTID ", UpdatedColumns(log));
-
     log.Clear();
-    TicketTableRecord back;
+    EXPECT_TRUE(provider.UpdateTicketRecord(L"other", rec));
+    EXPECT_EQ(L"HOLDDEVID JDF JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL JOBID JOBPARTID LASTUPDATETIME "
+              L"QSUBSPARAMS SENDERID STATUS STATE STATUSMSG SUBTIME UPLOADURL ", UpdatedColumns(log));
+
+    TicketTableRecord back, unset;
     back.subTime = back.lastUpdateTime = TimeStamp(9);  // both are overwritten from SUBTIME
     ASSERT_TRUE(provider.GetTicketRecord(L"1", &back));
     EXPECT_TRUE(log.Contains(L"SELECT JDFTICKET.* FROM JDFTICKET WHERE ( JDFTICKET.QENTRYID = '1' ) "));
@@ -51,82 +54,56 @@ TEST_F(TicketProviderTest, AddReadAndUpdateRecords) {
     rec.subTime = rec.lastUpdateTime = TimeStamp(0);  // DATETIME columns never come back with a value
     EXPECT_EQ(Fields(rec), Fields(back));
     EXPECT_TRUE(!provider.GetTicketRecord(L"nokey", &back) && back.qentryId == L"1");
-
     log.Clear();
-    TicketTableRecord minimal;
-    minimal.status = -2;
-    ASSERT_TRUE(provider.AddTicket(&minimal));
-    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUS = '-2' WHERE QENTRYID = '2'") && UpdatedColumns(log) == L"STATUS ");
-    EXPECT_EQ("-2", db.Scalar("SELECT STATUS FROM JDFTICKET WHERE QENTRYID='2'"));
+    EXPECT_TRUE(provider.AddTicket(&unset) && unset.qentryId == L"2" && UpdatedColumns(log).empty());
 
-    log.Clear();
-    rec.holdDevId = L"DEV2", rec.subTime = TimeStamp(5), rec.lastUpdateTime = TimeStamp(6);
-    EXPECT_TRUE(provider.UpdateTicketRecord(L"1", rec));
-    EXPECT_EQ(L"HOLDDEVID JDF JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL JOBID JOBPARTID LASTUPDATETIME "
-              L"QSUBSPARAMS SENDERID STATUS STATE STATUSMSG SUBTIME UPLOADURL ", UpdatedColumns(log));
+    std::wstring dev, sender, msg, key = L"1";
+    EXPECT_TRUE(provider.UpdateJDF(key, L"<JDF/>") && provider.GetJDF(key, back.jdf) && back.jdf == L"<JDF/>");
+    EXPECT_TRUE(provider.GetHoldDeviceID(key, dev) && provider.GetSenderID(key, sender) && provider.GetTicketStatusMsg(key, msg));
+    EXPECT_EQ(L"DEV1 SND printing", dev + L" " + sender + L" " + msg);
+    EXPECT_TRUE(provider.UpdateTicketStatusMsg(key, L"") && provider.UpdateTicketStatus(key, 7) && provider.Update_JDFSendStatus(key, 1));
+    EXPECT_EQ("|7|1", db.Scalar("SELECT CONCAT_WS('|', STATUSMSG, STATUS, JDFSENDSTATUS) FROM JDFTICKET WHERE QENTRYID='1'"));
+    EXPECT_TRUE(provider.GetTicketStatus(key, back.status) && back.status == 7);
 
-    std::wstring big, jdf;
-    while (big.size() < 3 * 1024 * 1024) big += L"<Node Name=\"Ünïcødé € 😀\" Ref=\"中文\"/>\n";
-    ASSERT_TRUE(provider.UpdateJDF(L"1", big));
-    EXPECT_EQ(std::to_string(big.size()), db.Scalar("SELECT CHAR_LENGTH(JDF) FROM JDFTICKET WHERE QENTRYID='1'"));
-    EXPECT_TRUE(provider.GetJDF(L"1", jdf) && jdf == big);
+    EXPECT_TRUE(provider.SetJDFState(key, 4) && provider.GetJDFState(key, back.state) && back.state == 4);
+    EXPECT_TRUE(provider.RestoreState(key) && provider.GetJDFState(key, back.state) && back.state == 3);
+    db.Exec("UPDATE JDFTICKET SET STATE = 9");  // a second restore brings back the same state
+    EXPECT_TRUE(provider.RestoreState(key) && provider.GetJDFState(key, back.state) && back.state == 3);
+    // A missing key reads nothing yet succeeds, so the writes run and match no row.
+    EXPECT_TRUE(provider.SetJDFState(L"none", 5) && log.Contains(L"UPDATE JDFTICKET SET PREVSTATE = '-1' WHERE QENTRYID = 'none'"));
 }
 
 // The guards (empty key, empty JDF, a record with its own key, GetQentryID without job or sender) refuse before
-// any SQL and leave out-values alone; single columns read and write through the server; an empty message is
-// written; SetJDFState/RestoreState form a one-level undo, also on a missing key. A null record stops the process.
-TEST_F(TicketProviderTest, GuardsSingleColumnsAndStateUndo) {
+// any SQL and leave out-values alone; a null record stops the process. Searches: lists in reverse result order
+// (GetTicketRecords and GetRecords skip empty keys, GetRecords appends), exactly-one matches, the exact SQL
+// texts, and the log lines with their deliberate "inside"/"Inside" spellings; RemoveTicket.
+TEST_F(TicketProviderTest, GuardsSearchesAndRemove) {
     EXPECT_DEATH(provider.GetTicketRecord(L"1", nullptr), "ticketRecordP != __null");  // first: the child reruns this test
-    db.Exec("INSERT INTO JDFTICKET(QENTRYID, HOLDDEVID, SENDERID, STATUSMSG, STATE) VALUES('k', 'D', 'S', 'M', 1)");
     TicketTableRecord keyed;
     keyed.qentryId = L"new";
     std::wstring text = L"keep", part = L"keep", key = L"k";
-    int number = 42;
     LogCapture log;
     EXPECT_FALSE(provider.AddTicket(&keyed) || provider.UpdateTicketRecord(L"", keyed) || provider.UpdateJDF(L"k", L"") ||
                  provider.GetTicketRecord(L"", nullptr) || provider.GetHoldDeviceID(L"", text) ||
-                 provider.GetSenderID(L"", text) || provider.GetTicketStatusMsg(L"", text) || provider.GetTicketStatus(L"", number) ||
+                 provider.GetSenderID(L"", text) || provider.GetTicketStatusMsg(L"", text) || provider.GetTicketStatus(L"", keyed.status) ||
                  provider.UpdateTicketStatusMsg(L"", L"m") || provider.GetQentryID(L"", L"S", part, key) ||
                  provider.GetQentryID(L"J", L"", part, key));
     EXPECT_TRUE(log.Lines().empty());
-    EXPECT_EQ(std::make_tuple(L"keep", L"keep", L"k", 42), std::tie(text, part, key, number));
+    EXPECT_EQ(std::make_tuple(L"keep", L"keep", L"k", -1), std::tie(text, part, key, keyed.status));
 
-    EXPECT_TRUE(provider.GetHoldDeviceID(L"k", text) && text == L"D");
-    EXPECT_TRUE(provider.GetSenderID(L"k", text) && text == L"S");
-    EXPECT_TRUE(provider.GetTicketStatusMsg(L"k", text) && text == L"M");
-    EXPECT_TRUE(provider.UpdateTicketStatusMsg(L"k", L"") && provider.UpdateTicketStatus(key, 7) && provider.Update_JDFSendStatus(key, 1));
-    EXPECT_EQ("|7|1", db.Scalar("SELECT CONCAT_WS('|', STATUSMSG, STATUS, JDFSENDSTATUS) FROM JDFTICKET WHERE QENTRYID='k'"));
-    EXPECT_TRUE(provider.GetTicketStatus(key, number) && number == 7);
-
-    EXPECT_TRUE(provider.SetJDFState(L"k", 4) && provider.GetJDFState(L"k", number) && number == 4);
-    EXPECT_TRUE(provider.RestoreState(L"k") && provider.GetJDFState(L"k", number) && number == 1);
-    db.Exec("UPDATE JDFTICKET SET STATE = 9");  // a second restore brings back the same state
-    EXPECT_TRUE(provider.RestoreState(L"k") && provider.GetJDFState(L"k", number) && number == 1);
-    // A missing key reads nothing yet succeeds, so the writes run and match no row.
-    EXPECT_TRUE(provider.SetJDFState(L"none", 5));
-    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET PREVSTATE = '-1' WHERE QENTRYID = 'none'"));
-    EXPECT_TRUE(provider.RemoveTicket(L"k") && log.Contains(L"Inside CTicketDataProvider::RemoveTicket"));
-    EXPECT_EQ(0, db.Count("JDFTICKET"));
-}
-
-// Searches: lists in reverse result order (empty keys skipped where specified, GetRecords appends), exactly-one
-// matches, the exact SQL texts, and the log lines with their deliberate "inside"/"Inside" spellings.
-TEST_F(TicketProviderTest, Searches) {
-    // Every index orders these rows alike, so the server returns them as listed.
+    // Every index orders these rows alike, so the server returns them as listed; "k" is removed first.
     db.Exec("INSERT INTO JDFTICKET(QENTRYID, HOLDDEVID, STATE, JOBID, JOBPARTID, SENDERID, JDFSENDSTATUS) VALUES"
-            "('','D0',5,'J0','','S0',0), ('a','D1',2,'J1','P1','S1',1), ('b','D1',2,'J2','P2','S1',1),"
-            "('c','D1',3,'J2','P3','S1',2), ('d','D2',2,'J3','','S2',2)");
-    LogCapture log;
+            "('','D0',5,'J0','','S0',1), ('a','D1',2,'J1','P1','S1',1), ('b','D1',2,'J2','P2','S1',1),"
+            "('c','D1',3,'J2','P3','S1',2), ('d','D2',2,'J3','','S2',2), ('k','D3',0,'','','',0)");
+    EXPECT_TRUE(provider.RemoveTicket(L"k") && log.Contains(L"Inside CTicketDataProvider::RemoveTicket"));
     EXPECT_EQ((Keys{L"d", L"c", L"b", L"a", L""}), provider.GetAllQueueEntryIDs());
     EXPECT_EQ((Keys{L"c", L"b", L"a"}), provider.GetAllQueueEntryIds(L"D1"));
     EXPECT_EQ((Keys{L"b", L"a"}), provider.GetTicketRecords(L"D1", 2));
-    EXPECT_TRUE(provider.GetTicketRecords(L"D0", 5).empty());  // the empty key is skipped
-    Keys keys{L"x"};
+    Keys keys{L"x"};  // the empty key is skipped
     EXPECT_TRUE(provider.GetRecords(keys, 1) && provider.GetRecords(keys, 2));
     EXPECT_EQ((Keys{L"x", L"b", L"a", L"d", L"c"}), keys);
-    EXPECT_EQ(4u, log.Count(L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords"));  // shared by GetRecords
+    EXPECT_EQ(3u, log.Count(L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords"));  // shared by GetRecords
 
-    std::wstring part = L"-", key = L"-";
     EXPECT_FALSE(provider.GetQentryID(L"J2", L"S1", part, key) || provider.GetQentryID(L"J9", L"S1", part, key));
     EXPECT_TRUE(provider.GetQentryID(L"J1", L"S1", part, key) && part == L"P1" && key == L"a");
     EXPECT_TRUE(log.Contains(L"SELECT JDFTICKET.QENTRYID ,JDFTICKET.JOBPARTID FROM JDFTICKET WHERE "
