@@ -65,6 +65,7 @@ TEST_F(ServerProviderTest, ListsLookupsAndRefusedDelete) {
     db.Exec("INSERT INTO DEVICE(DEVICEID, SERVERID) VALUES('D1', 1)");
     EXPECT_TRUE(provider.DeleteServer(1));
     EXPECT_TRUE(log.Contains(L"Inside CServerDataProvider::DeleteServer() Voilation of foreign Key, Device present for the serverid"));
+    EXPECT_FALSE(log.ContainsText(L"DELETE FROM"));
     EXPECT_TRUE(provider.DeleteServer(2));
     EXPECT_EQ("1,3", db.Scalar("SELECT GROUP_CONCAT(SERVERID ORDER BY SERVERID) FROM SERVER"));
     EXPECT_FALSE(provider.GetServerRecord(2, &out[0]));
