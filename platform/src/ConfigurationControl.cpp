@@ -20,6 +20,8 @@ struct Settings {
     bool idPattern = false;
     int logLevel = 3;
     std::string logFile;
+    std::string profile = "exact";
+    int connections = 1;
 };
 
 struct State {
@@ -51,6 +53,12 @@ bool ParseBool(const std::string& text, bool& value) {
         return true;
     }
     return false;
+}
+
+bool ParseProfile(const std::string& text, std::string& value) {
+    if (text != "exact" && text != "safe") return false;
+    value = text;
+    return true;
 }
 
 bool ParseInt(const std::string& text, int& value) {
@@ -97,6 +105,11 @@ bool ReadFile(const std::string& path, Settings& settings) {
             if (!ParseBool(value, result.idPattern)) Complain(path, lineNo, raw, "IDPattern must be 0, 1, true or false");
         } else if (key == "LogLevel") {
             if (!ParseInt(value, result.logLevel)) Complain(path, lineNo, raw, "LogLevel must be an integer");
+        } else if (key == "Profile") {
+            if (!ParseProfile(value, result.profile)) Complain(path, lineNo, raw, "Profile must be exact or safe");
+        } else if (key == "Connections") {
+            if (!ParseInt(value, result.connections) || result.connections < 1)
+                Complain(path, lineNo, raw, "Connections must be a whole number from 1 up");
         } else if (key == "LogFile") {
             result.logFile = value;  // empty: standard error
         } else {
@@ -141,6 +154,16 @@ std::string ConfigurationControl::GetLogFile() {
     return Loaded(lock).settings.logFile;
 }
 
+std::string ConfigurationControl::GetProfile() {
+    std::unique_lock<std::mutex> lock;
+    return Loaded(lock).settings.profile;
+}
+
+int ConfigurationControl::GetConnections() {
+    std::unique_lock<std::mutex> lock;
+    return Loaded(lock).settings.connections;
+}
+
 bool ConfigurationControl::Load(const std::string& path) {
     State& state = GetState();
     std::lock_guard<std::mutex> lock(state.mutex);
@@ -159,4 +182,15 @@ void ConfigurationControl::SetDBIPAddr(const std::wstring& address) {
 void ConfigurationControl::SetIDPattern(bool pattern) {
     std::unique_lock<std::mutex> lock;
     Loaded(lock).settings.idPattern = pattern;
+}
+
+// An unknown profile name is ignored, as it is in the file.
+void ConfigurationControl::SetProfile(const std::string& profile) {
+    std::unique_lock<std::mutex> lock;
+    ParseProfile(profile, Loaded(lock).settings.profile);
+}
+
+void ConfigurationControl::SetConnections(int connections) {
+    std::unique_lock<std::mutex> lock;
+    if (connections >= 1) Loaded(lock).settings.connections = connections;
 }
