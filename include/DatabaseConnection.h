@@ -27,6 +27,29 @@ public:
     bool InitConnection();
     // Runs one statement; returns its result set (owned by the caller) or null.
     sql::ResultSet* ExecuteSqlQuery(std::string& query);
+
+    // What one statement gave: its result set (owned by the caller; null when
+    // the statement gives none or failed) and the server's error number
+    // (0: none; -1: no connection could be had).
+    struct Outcome {
+        sql::ResultSet* rows;
+        int error;
+    };
+    // ExecuteSqlQuery with the error number kept; same trace lines.
+    Outcome Execute(std::string& query);
+
+    // While a Pin lives, the statements its thread runs through this object
+    // share one connection (for work that spans statements, such as
+    // LAST_INSERT_ID()). With a single connection it has nothing to do.
+    class Pin {
+    public:
+        explicit Pin(CDatabaseConnection* connection) : m_pConnection(connection) {}
+        Pin(const Pin&) = delete;
+        Pin& operator=(const Pin&) = delete;
+
+    private:
+        CDatabaseConnection* m_pConnection;
+    };
     bool ReEstablishConnection();
 
     // There is no pool: these exist and do nothing.

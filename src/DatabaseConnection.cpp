@@ -71,17 +71,20 @@ bool CDatabaseConnection::InitConnection() {
     return m_bConnected;
 }
 
-sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
+sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) { return Execute(query).rows; }
+
+CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
     m_pLogger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
     if (m_pConnection == nullptr || m_pConnection->isClosed()) {
         m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
         if (!ReEstablishConnection()) {
             m_pLogger->log(kLevel,
                            L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished.");
-            return nullptr;
+            return {nullptr, -1};
         }
     }
     sql::ResultSet* result = nullptr;
+    int error = 0;
     {
         MutexLock lock(m_mutex);
         sql::Statement* statement = nullptr;
@@ -92,6 +95,7 @@ sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
                 result = statement->getResultSet();
             }
         } catch (sql::SQLException& e) {
+            error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
             const std::wstring message = StringUtils::wstringFromstring(e.what());
             const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
             m_pLogger->log(kLevel, L"SQLException:");
@@ -100,15 +104,17 @@ sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
             m_pLogger->log(kLevel, L"SQLState: %ls", state.c_str());
         } catch (std::exception& e) {
             const std::wstring message = StringUtils::wstringFromstring(e.what());
+            error = -1;
             m_pLogger->log(kLevel, L"Exception while executing query:");
             m_pLogger->log(kLevel, L"ERROR: %ls", message.c_str());
         } catch (...) {
+            error = -1;
             m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
         }
         delete statement;  // the result set stays valid for the caller
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
-    return result;
+    return {result, error};
 }
 
 bool CDatabaseConnection::ReEstablishConnection() {
