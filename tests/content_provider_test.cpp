@@ -59,7 +59,7 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
                                                       L"CContentDataProvider::GetRecords()-> Empty QueuEntry"}));
     update.cacFilePath = L"x\\y\\z";
     EXPECT_TRUE(provider.UpdateRecord(1, update) && !log.ContainsText(L"SET NPAGES") && !log.ContainsText(L"SET CACHESTAT"));
-    EXPECT_TRUE(log.Contains(testing_support::kHardened
+    EXPECT_TRUE(log.Contains(testing_support::Safe()
                                  ? L"UPDATE CONTENT SET CACFILEPATH = 'x\\\\y\\\\z' WHERE CONTENTID = '1'"
                                  : L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'"));
     EXPECT_TRUE(provider.DeleteRecord(1) && db.Count("CONTENT") == 2);

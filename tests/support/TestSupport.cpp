@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include <ConfigurationControl.h>
 #include <cppconn/driver.h>
 #include <cppconn/exception.h>
 #include <cppconn/resultset.h>
@@ -24,6 +25,7 @@ static std::string Env(const char* name) {
 
 std::string DbHost() { return Env("NORVA_TEST_DB"); }
 std::string DbDir() { return Env("NORVA_TEST_DB_DIR"); }
+bool Safe() { return ConfigurationControl::GetProfile() == "safe"; }
 
 LogCapture::LogCapture() {
     Logger* logger = Logger::Initialise();

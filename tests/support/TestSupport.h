@@ -17,8 +17,15 @@ class Connection;
 
 namespace testing_support {
 
-// True when the library escapes quoted values (the hardened build).
-constexpr bool kHardened = NORVA_HARDENED_BUILD;
+// True when the suite runs the safe profile (NORVA_TEST_PROFILE=safe).
+bool Safe();
+
+// What a case expects in each profile: this run's of the two.
+template <class T>
+T ByProfile(T exact, T safe) {
+    return Safe() ? safe : exact;
+}
+inline std::wstring ByProfile(const wchar_t* exact, const wchar_t* safe) { return Safe() ? safe : exact; }
 
 // The private server the suite runs against (environment of scripts/db-start.sh).
 std::string DbHost();  // "tcp://127.0.0.1:PORT"
