@@ -97,6 +97,10 @@ private:
     bool ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType);
     // Raises the table's MAXID mark to at least the largest numeric key.
     void RaiseMarkToKeys(TICKET_TYPE_NV table);
+    // A transaction holding MAXID's row, so that processes take turns; its
+    // end commits when `outcome` succeeded and answers what the commit did.
+    bool BeginTurn();
+    CDatabaseConnection::Outcome EndTurn(CDatabaseConnection::Outcome outcome);
     bool InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
                             const dl_ColumnValue* columns, size_t count);
     // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
@@ -115,6 +119,7 @@ private:
     std::string m_password;
     std::string m_hostName;
     bool m_bIDPattern;
+    bool m_bInTurn;  // inside BeginTurn's transaction: no statement is run again on its own
     const StoreProfile* m_pProfile;
     Logger* m_pLogger;
 };
