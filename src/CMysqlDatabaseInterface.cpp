@@ -478,7 +478,8 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
 }
 
 bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kAddNewTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "INSERT INTO " << Name(GetTicketType(table)) << "(" << Name(GetPrimaryKey(table)) << ") VALUES(";
@@ -491,7 +492,8 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
 }
 
 bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kDeleteTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "DELETE FROM " << Name(GetTicketType(table)) << " WHERE " << Name(GetPrimaryKey(table)) << "=";
@@ -504,7 +506,8 @@ bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, const void* value, PARAM_TYPE_NV valueType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kAddParameter, [&](const wchar_t*&) {
         if (valueType == PARAM_BLOB) {
             _BLOB blob(static_cast<const wchar_t*>(value));
@@ -528,10 +531,11 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, void* value, PARAM_TYPE_NV valueType) {
-    bool result = true;
+    // Safe: a read that stops on an exception answers false.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kGetParameter, [&](const wchar_t*& exitLine) {
         if (valueType == PARAM_BLOB) {
-            GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value));
+            result = GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value)) || !m_pProfile->truthfulAnswers;
             return;
         }
         const char* name = ColumnPart(column);
@@ -554,6 +558,7 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
             }
             return;
         }
+        result = true;
         if (m_pProfile->nullIsUnset && rows->isNull(name)) {
             ClearValue(value, valueType);
             return;
@@ -593,7 +598,8 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                               const char* column, PARAM_TYPE_NV) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kDeleteParameter, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) {
@@ -618,7 +624,8 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
 
 bool CMysqlDatabaseInterface::AddBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                       const char* column, _BLOB* blob) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, nullptr, kAddBlob, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) {
@@ -654,7 +661,12 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             return;
         }
         std::wstring content;
-        if (rows->next()) content = StringUtils::wstringFromstring(rows->getString(name));
+        if (rows->next()) {
+            content = StringUtils::wstringFromstring(rows->getString(name));
+        } else if (m_pProfile->truthfulAnswers) {
+            m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GetBlob() : no row has the key");
+            return;
+        }
         // A previous text is not released: callers pass an empty _BLOB.
         blob->data = NewWideText(content);
         result = true;
