@@ -13,15 +13,16 @@
 #include <cppconn/exception.h>
 #include <cppconn/resultset.h>
 #include <cppconn/statement.h>
+#include <fcntl.h>
 #include <norvadatalayer.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -169,6 +170,7 @@ using Result = std::pair<Table, Failure>;
 
 Result Fail(int code, const std::string& message) { return {Table(), Failure{message, code}}; }
 Result Done(Table t) { return {std::move(t), Failure{"", kOk}}; }
+Result Printed() { return {Table(), Failure{"", kOk}}; }  // the command wrote its own output
 
 std::string Host() { return StringUtils::stringFromwstring(ConfigurationControl::GetDBIPAddr()); }
 
@@ -280,7 +282,9 @@ Result Tickets(const Args& a) {
     ITicketDataProvider* tickets = Facade()->GetTicketDataProvider();
     const std::wstring device = StringUtils::wstringFromstring(a.Get("device"));
     const bool byState = a.Has("state");
-    const int state = byState ? std::atoi(a.Get("state").c_str()) : -1;
+    char* end = nullptr;
+    const int state = byState ? static_cast<int>(std::strtol(a.Get("state").c_str(), &end, 10)) : -1;
+    if (byState && (a.Get("state").empty() || *end != 0)) return Fail(kUsage, "--state takes a number");
     std::list<std::wstring> keys;
     if (device.empty()) keys = tickets->GetAllQueueEntryIDs();
     else if (byState) keys = tickets->GetTicketRecords(device, state);
@@ -302,7 +306,7 @@ Result Ticket(const Args& a) {
         return Fail(kProblem, "no queue entry " + a.positional[0]);
     if (a.Has("jdf")) {
         std::fputs(StringUtils::stringFromwstring(r.jdf).c_str(), stdout);
-        return Fail(kOk, "");
+        return Printed();
     }
     Table t{kTicketList, {TicketRow(r, true)}, true};
     for (const char* c : {"updated", "sender", "status_msg", "jmf_return_url", "upload_url", "preview_url",
@@ -462,7 +466,7 @@ Result InitDb(const Args& a) {
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
         return Fail(kFailed, "loading " + path + " into " + where + " failed (see the mariadb line above)");
     std::printf("loaded %s into %s\n", path.c_str(), where.c_str());
-    return Fail(kOk, "");
+    return Printed();
 }
 
 struct Command {
@@ -543,6 +547,7 @@ int main(int argc, char** argv) {
     for (; i < words.size(); ++i) {
         const std::string& w = words[i];
         const std::string name = w.compare(0, 2, "--") == 0 ? w.substr(2) : "";
+        if (w == "--help") return Help(stdout);
         if (w == "--json") json = true;
         else if (command->flags.count(name)) a.flags.insert(name);
         else if (command->values.count(name) && i + 1 < words.size()) a.values[name] = words[++i];

@@ -121,6 +121,7 @@ expect 3 bogus
 expect 3 ticket
 expect 3 --profile fast tickets
 expect 3 init-db
+expect 3 tickets --state waiting
 expect 0 --help
 grep -q '^  2  the database server cannot be reached' <<<"$out" || fail "--help lacks the exit codes"
 
