@@ -282,9 +282,10 @@ Result Tickets(const Args& a) {
     ITicketDataProvider* tickets = Facade()->GetTicketDataProvider();
     const std::wstring device = StringUtils::wstringFromstring(a.Get("device"));
     const bool byState = a.Has("state");
+    const std::string stateText = a.Get("state");
     char* end = nullptr;
-    const int state = byState ? static_cast<int>(std::strtol(a.Get("state").c_str(), &end, 10)) : -1;
-    if (byState && (a.Get("state").empty() || *end != 0)) return Fail(kUsage, "--state takes a number");
+    const int state = byState ? static_cast<int>(std::strtol(stateText.c_str(), &end, 10)) : -1;
+    if (byState && (stateText.empty() || *end != 0)) return Fail(kUsage, "--state takes a number");
     std::list<std::wstring> keys;
     if (device.empty()) keys = tickets->GetAllQueueEntryIDs();
     else if (byState) keys = tickets->GetTicketRecords(device, state);
