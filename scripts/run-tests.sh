@@ -8,8 +8,8 @@
 # Exits with the status of ctest.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
 mode=plain
 sanitize=OFF
@@ -19,16 +19,9 @@ for arg in "$@"; do
         *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
     esac
 done
-build="$root/build/$mode"
 
-bash scripts/install-deps.sh
+norva_build "$mode" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
-cmake --build "$build" -j2
-
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start /tmp
 
 if [[ $mode == sanitize ]]; then
