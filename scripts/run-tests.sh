@@ -4,6 +4,9 @@
 #
 #   scripts/run-tests.sh               # build/plain
 #   scripts/run-tests.sh --sanitize    # build/sanitize, ASan + UBSan
+#   scripts/run-tests.sh --shuffle     # every program runs its tests in a
+#                                      # random order (seed printed; set
+#                                      # NORVA_TEST_SEED=N to repeat one)
 #
 # Exits with the status of ctest.
 set -euo pipefail
@@ -13,10 +16,12 @@ set -euo pipefail
 
 mode=plain
 sanitize=OFF
+shuffle=0
 for arg in "$@"; do
     case $arg in
         --sanitize) mode=sanitize; sanitize=ON ;;
-        *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+        --shuffle) shuffle=1 ;;
+        *) echo "usage: $0 [--sanitize] [--shuffle]" >&2; exit 2 ;;
     esac
 done
 
@@ -32,11 +37,17 @@ if [[ $mode == sanitize ]]; then
     fi
 fi
 
+if ((shuffle)); then
+    export GTEST_SHUFFLE=1
+    export GTEST_RANDOM_SEED=${NORVA_TEST_SEED:-$((RANDOM % 99999 + 1))}
+    echo "run-tests: tests shuffled with seed $GTEST_RANDOM_SEED (NORVA_TEST_SEED=$GTEST_RANDOM_SEED repeats it)"
+fi
+
 status=0
 ctest --test-dir "$build" --output-on-failure || status=$?
 # The plain build also proves the installed package: a host program built
 # only from pkg-config's flags uses the facade.
-if [[ $mode == plain ]]; then
+if [[ $mode == plain && $shuffle == 0 ]]; then
     bash scripts/check-install.sh || status=1
 fi
 exit "$status"
