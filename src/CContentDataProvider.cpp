@@ -71,11 +71,11 @@ const int kRecordsReadOrder[] = {kQentryId, kRunId,    kRemoteUrl,  kCacFilePath
                                  kNPages,   kFileType, kCacheDate,  kLastModDate, kContentId,
                                  kPreviewCacFilePath};
 
-const wchar_t kBeforeGetContentId[] = L"Before ExecuteQuery() from CContentDataProvider::GetContentId";
-const wchar_t kAfterGetContentId[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId";
+const provider::Trace kGetContentId = {L"Before ExecuteQuery() from CContentDataProvider::GetContentId",
+                                       L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"};
 // GetRecord traces its query with these lines too.
-const wchar_t kBeforeGetRecords[] = L"Before ExecuteQuery() from CContentDataProvider::GetRecords";
-const wchar_t kAfterGetRecords[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords";
+const provider::Trace kGetRecords = {L"Before ExecuteQuery() from CContentDataProvider::GetRecords",
+                                     L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords"};
 
 // Cache paths are stored with forward slashes.
 void NormalisePath(std::wstring& path) { std::replace(path.begin(), path.end(), L'\\', L'/'); }
@@ -108,9 +108,7 @@ int CContentDataProvider::GetContentId(const std::wstring& qentryId, const std::
     provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, kColumns[kRunId].name, runId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetContentId, kAfterGetContentId);
-
-    const int nRecCnt = query.GetRecordCount();
+    const int nRecCnt = provider::RunForCount(m_pDatabase, m_pLogger, query, kGetContentId);
     NORVA_ASSERT(nRecCnt == 1, "nRecCnt == 1");
     Tuplist row;
     provider::FetchRecord(query, 0, row);
@@ -146,10 +144,8 @@ bool CContentDataProvider::GetRecord(int contentId, CContentRecord* rec) {
     dl_MultiValue query;
     provider::Select(query, TICKET_CONTENT, "CONTENT.*");
     provider::AddEquals(query, kColumns[kContentId].name, contentId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-
     Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query, kGetRecords, row)) return false;
     provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
     provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
     provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
@@ -165,15 +161,9 @@ bool CContentDataProvider::GetRecords(const std::wstring& qentryId, std::vector<
     dl_MultiValue query;
     provider::Select(query, TICKET_CONTENT, "CONTENT.*");
     provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-
     // Appended in result order; `out` keeps what it held.
-    const int count = query.GetRecordCount();
-    for (int index = 0; index < count; ++index) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, index, row)) break;
-        out.push_back(ReadListed(row));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query, kGetRecords, provider::Walk::FirstToLast,
+                        [&out](Tuplist& row) { out.push_back(ReadListed(row)); });
     return true;
 }
 

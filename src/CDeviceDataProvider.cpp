@@ -117,11 +117,12 @@ bool CDeviceDataProvider::GetDeviceRecord(const std::wstring& devId, CDeviceReco
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.*");
     provider::AddEquals(query, "DEVICE.DEVICEID", devId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord");
-
     Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
+                              L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord"},
+                             row))
+        return false;
     provider::ReadColumns(row, *rec, kColumns, kReadOrder);
     return true;
 }
@@ -132,19 +133,15 @@ bool CDeviceDataProvider::GetDeviceRecordsConnectedToServer(int serverId, std::v
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.*");
     provider::AddEquals(query, "DEVICE.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer");
-
     // Appends in result order; `out` keeps what it held.
-    const int count = query.GetRecordCount();
-    for (int i = 0; i < count; ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
-        DeviceTableRecord rec;
-        provider::ReadColumns(row, rec, kColumns, kReadOrder);
-        out.push_back(rec);
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
+                         L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer"},
+                        provider::Walk::FirstToLast, [&out](Tuplist& row) {
+                            DeviceTableRecord rec;
+                            provider::ReadColumns(row, rec, kColumns, kReadOrder);
+                            out.push_back(rec);
+                        });
     return true;
 }
 
@@ -162,9 +159,9 @@ bool CDeviceDataProvider::GetDeviceID(int serverId, int devIndex, std::wstring& 
         provider::AddEquals(query, "DEVICE.SERVERID", PARAM_WSTRING, &server.value);
         provider::AddOperator(query, "AND");
         provider::AddEquals(query, "DEVICE.DEVINDEX", PARAM_WSTRING, &index.value);
-        provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceID",
-                           L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceID");
-        count = query.GetRecordCount();
+        count = provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                      {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceID",
+                                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceID"});
     }
     // Callers ask only for a pair that names exactly one device.
     int nRecCnt = count;
@@ -194,15 +191,12 @@ std::list<std::wstring> CDeviceDataProvider::GetAllDeviceIds() {
     std::list<std::wstring> ids;
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.DEVICEID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetAllDeviceIds",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetAllDeviceIds");
-
     // Last record first: the list comes out in reverse result order.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        ids.push_back(provider::TextAsIs(row["DEVICE.DEVICEID"]));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CDeviceDataProvider::GetAllDeviceIds",
+                         L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetAllDeviceIds"},
+                        provider::Walk::LastToFirst,
+                        [&ids](Tuplist& row) { ids.push_back(provider::TextAsIs(row["DEVICE.DEVICEID"])); });
     return ids;
 }
 
@@ -212,8 +206,7 @@ bool CDeviceDataProvider::IsDevicePresentForServer(int serverId) {
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.DEVICEID");
     provider::AddEquals(query, "DEVICE.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CDeviceDataProvider::IsDevicePresentForServer",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::IsDevicePresentForServer");
-    return query.GetRecordCount() > 0;
+    return provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                 {L"Before ExecuteQuery() from CDeviceDataProvider::IsDevicePresentForServer",
+                                  L"Returned from ExecuteQuery() Inside CDeviceDataProvider::IsDevicePresentForServer"}) > 0;
 }

@@ -108,11 +108,12 @@ bool CServerDataProvider::GetServerRecord(int serverId, CServerRecord* out) {
     dl_MultiValue query;
     provider::Select(query, m_tableType, "SERVER.*");
     provider::AddEquals(query, "SERVER.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord");
-
     Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
+                              L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord"},
+                             row))
+        return false;
     provider::ReadColumns(row, *out, kColumns, kRecordOrder);
     return true;
 }
@@ -123,43 +124,38 @@ int CServerDataProvider::IsServerAndServerTypeExists(std::wstring compName, int 
     dl_MultiValue query;
     query.InsertTickettype(1, TICKET_SERVER);
     query.InsertKeys(3, "SERVER.STYPE", "SERVER.COMPNAME", "SERVER.SERVERID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CServerDataProvider::IsServerAndServerTypeExists",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::IsServerAndServerTypeExists");
-
     // From the last row back: of several matches the last in the result wins.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        if (provider::IntOr(row["SERVER.STYPE"], -1) != serverType) continue;
-        if (provider::TextOr(row["SERVER.COMPNAME"], std::wstring()) != compName) continue;
-        serverId = provider::IntOr(row["SERVER.SERVERID"], -1);
-        break;
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CServerDataProvider::IsServerAndServerTypeExists",
+                         L"Returned from ExecuteQuery() Inside CServerDataProvider::IsServerAndServerTypeExists"},
+                        provider::Walk::LastToFirst, [&](Tuplist& row) {
+                            if (provider::IntOr(row["SERVER.STYPE"], -1) != serverType) return true;
+                            if (provider::TextOr(row["SERVER.COMPNAME"], std::wstring()) != compName) return true;
+                            serverId = provider::IntOr(row["SERVER.SERVERID"], -1);
+                            return false;
+                        });
     return serverId;
 }
 
 bool CServerDataProvider::GetServerRecords(std::vector<ServerTableRecord>& out) {
     dl_MultiValue query;
     provider::Select(query, TICKET_SERVER, "SERVER.*");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords");
-
     // Appended from the last row back, i.e. in reverse result order.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        ServerTableRecord rec;
-        provider::ReadColumns(row, rec, kColumns, kListOrder);
-        out.push_back(rec);
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
+                         L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords"},
+                        provider::Walk::LastToFirst, [&out](Tuplist& row) {
+                            ServerTableRecord rec;
+                            provider::ReadColumns(row, rec, kColumns, kListOrder);
+                            out.push_back(rec);
+                        });
     return true;
 }
 
 int CServerDataProvider::GetRecordCount() {
     dl_MultiValue query;
     provider::Select(query, TICKET_SERVER, "SERVER.SERVERID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetRecordCount",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetRecordCount");
-    return query.GetRecordCount();
+    return provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                 {L"Before ExecuteQuery() from CServerDataProvider::GetRecordCount",
+                                  L"Returned from ExecuteQuery() Inside CServerDataProvider::GetRecordCount"});
 }

@@ -73,8 +73,9 @@ const int kWriteOrder[] = {COL_DEVDETLEVEL, COL_DEVICEID,   COL_EMPLOYEINFO, COL
 const char* Name(Field field) { return kColumns[field].name; }
 
 const char kAll[] = "STATSSUBS.*";
-const wchar_t kBeforeGetRecords[] = L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecords";
 const wchar_t kAfterGetRecords[] = L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecords";
+const provider::Trace kGetRecords = {L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecords",
+                                     kAfterGetRecords};
 
 bool Invalid(int id) { return !provider::IsSetUnsigned(id); }
 
@@ -82,21 +83,19 @@ bool Invalid(int id) { return !provider::IsSetUnsigned(id); }
 // field's default.
 void ReadRecord(Tuplist& row, Rec& rec) { provider::ReadColumns(row, rec, kColumns, kReadOrder); }
 
-// Appends the rows of a query that has run to `out`, skipping those `keep`
-// refuses; reading ends at the first row that cannot be fetched.
+// Runs a GetRecords query and appends its rows to `out`, skipping those
+// `keep` refuses; reading ends at the first row that cannot be fetched.
 template <class Keep>
-void ReadRows(dl_MultiValue& query, std::vector<Rec>& out, Keep keep) {
-    for (int i = 0; i < query.GetRecordCount(); ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
+void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::vector<Rec>& out, Keep keep) {
+    provider::WalkQuery(db, logger, query, kGetRecords, provider::Walk::FirstToLast, [&](Tuplist& row) {
         Rec rec;
         ReadRecord(row, rec);
         if (keep(rec)) out.push_back(rec);
-    }
+    });
 }
 
-void ReadRows(dl_MultiValue& query, std::vector<Rec>& out) {
-    ReadRows(query, out, [](const Rec&) { return true; });
+void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::vector<Rec>& out) {
+    ReadRows(db, logger, query, out, [](const Rec&) { return true; });
 }
 
 // (DEVICEID = deviceId) when given, then "AND" (column = value) for each
@@ -184,8 +183,7 @@ bool CStatusSubDataProvider::GetRecords(const std::wstring& qentryId, const std:
         provider::AddEquals(query, Name(test.first), *test.second);
         first = false;
     }
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -204,8 +202,7 @@ bool CStatusSubDataProvider::GetRecords(std::vector<StatusSubTableRecord>& out) 
     provider::AddOperator(query, ">=");
     provider::AddToken(query, COND_COLUMN, Name(COL_LASTUPDATE));
     provider::AddToken(query, COND_BRACKET, ")");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -213,8 +210,7 @@ bool CStatusSubDataProvider::GetRecords(bool sendStatus, std::vector<StatusSubTa
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     provider::AddEquals(query, "STATSSUBS.LASTSIGSENDSTATUS", sendStatus ? 1 : 0);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -223,8 +219,7 @@ bool CStatusSubDataProvider::GetRecords(std::wstring deviceId, std::wstring qent
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_QENTRYID, &qentryId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -232,10 +227,8 @@ bool CStatusSubDataProvider::GetRecord(StatusSubTableRecord& out, std::wstring d
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_SENDERID, &senderId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    if (query.GetRecordCount() != 1) return false;
     Tuplist row;
-    if (!provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query, kGetRecords, row)) return false;
     ReadRecord(row, out);
     return true;
 }
@@ -248,8 +241,7 @@ bool CStatusSubDataProvider::GetGlobalSubscriptionRecords(std::wstring deviceId,
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_QENTRYID, &qentryId}, {COL_SENDERID, &senderId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out, [withoutJobDetail](const Rec& rec) { return rec.JOBDETAIL.empty() == withoutJobDetail; });
+    ReadRows(m_pDatabase, m_pLogger, query, out, [withoutJobDetail](const Rec& rec) { return rec.JOBDETAIL.empty() == withoutJobDetail; });
     return true;
 }
 
@@ -271,10 +263,11 @@ bool CStatusSubDataProvider::NeedStatusSubscription(const std::wstring& qentryId
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, Name(COL_SENDERID), senderId);
     provider::AddToken(query, COND_BRACKET, ")");
+    // Closed with GetRecords' line (docs/kept-behaviours.md).
     if (m_pDatabase)
         provider::RunQuery(m_pDatabase, m_pLogger, query,
-                           L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription",
-                           kAfterGetRecords);
+                           {L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription",
+                            kAfterGetRecords});
     return query.GetRecordCount() < 1;
 }
 
@@ -311,14 +304,11 @@ bool CStatusSubDataProvider::RemoveRecords(const StatusSubTableRecord& pattern) 
     }
     provider::AddToken(query, COND_BRACKET, ")");
     if (!m_pDatabase) return false;
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CStatusSubDataProvider::RemoveRecords",
-                       L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::RemoveRecords");
-    for (int i = 0; i < query.GetRecordCount(); ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
-        DeleteRecord(provider::IntOr(row[Name(COL_ID)], -1));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CStatusSubDataProvider::RemoveRecords",
+                         L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::RemoveRecords"},
+                        provider::Walk::FirstToLast,
+                        [this](Tuplist& row) { DeleteRecord(provider::IntOr(row[Name(COL_ID)], -1)); });
     return true;
 }
 
@@ -327,9 +317,8 @@ bool CStatusSubDataProvider::GetRecordsCount(int& count) {
     dl_MultiValue query;
     provider::Select(query, TICKET_STATSSUBS, Name(COL_ID));
     if (!m_pDatabase) return false;
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecordsCount",
-                       L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecordsCount");
-    count = query.GetRecordCount();
+    count = provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                  {L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecordsCount",
+                                   L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecordsCount"});
     return true;
 }

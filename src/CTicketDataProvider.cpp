@@ -83,6 +83,11 @@ const int kReadOrderTail[] = {
 
 const char* const kQentryId = "JDFTICKET.QENTRYID";
 
+// GetTicketRecords traces its query with these lines, and GetRecords too.
+const provider::Trace kGetTicketRecords = {
+    L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
+    L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords"};
+
 // The store reads a blob value as a wide C string. UpdateTicketRecord hands it
 // the address of a _BLOB record instead of its text, so the store reads the
 // record's own bytes; the zero tail ends that read inside this object.
@@ -121,12 +126,12 @@ bool CTicketDataProvider::GetTicketRecord(const std::wstring& qentryId, CTicketR
     dl_MultiValue query;
     provider::Select(query, kTable, "JDFTICKET.*");
     provider::AddEquals(query, kQentryId, qentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord");
-    if (query.GetRecordCount() != 1) return false;
     Tuplist row;
-    if (!provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
+                              L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"},
+                             row))
+        return false;
 
     provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
     // LASTUPDATETIME is not read: the record's update time is the submission time.
@@ -217,57 +222,54 @@ bool CTicketDataProvider::GetQentryID(const std::wstring& jobId, const std::wstr
     provider::AddEquals(query, "JDFTICKET.JOBID", jobId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CTicketDataProvider::GetQentryID",
-                       L"Returned from ExecuteQuery() inside CTicketDataProvider::GetQentryID");
-    if (query.GetRecordCount() != 1) return false;
     Tuplist row;
-    provider::FetchRecord(query, 0, row);
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CTicketDataProvider::GetQentryID",
+                              L"Returned from ExecuteQuery() inside CTicketDataProvider::GetQentryID"},
+                             row))
+        return false;
     qentryId = provider::TextOr(row[kQentryId], std::wstring());
     jobPartId = provider::TextOr(row["JDFTICKET.JOBPARTID"], std::wstring());
     return true;
 }
 
-// The keys of all records of `query`, last record first. A record without a
-// key is not tested for (the key column is never empty in a result).
-static std::list<std::wstring> KeysLastFirst(dl_MultiValue& query) {
+// Runs `query` and answers the keys of all its records, last record first. A
+// record without a key is not tested for (the key column is never empty in a
+// result).
+static std::list<std::wstring> KeysLastFirst(dl_MainInterface* db, Logger* logger, dl_MultiValue& query,
+                                             const provider::Trace& trace) {
     std::list<std::wstring> keys;
-    for (int index = query.GetRecordCount() - 1; index >= 0; --index) {
-        Tuplist row;
-        provider::FetchRecord(query, index, row);
-        keys.push_back(provider::TextAsIs(row[kQentryId]));
-    }
+    provider::WalkQuery(db, logger, query, trace, provider::Walk::LastToFirst,
+                        [&keys](Tuplist& row) { keys.push_back(provider::TextAsIs(row[kQentryId])); });
     return keys;
 }
 
-// Appends the non-empty keys of `query`, last record first; false when a
-// record could not be fetched (the keys appended so far stay).
-static bool AppendKeysLastFirst(dl_MultiValue& query, std::list<std::wstring>& keys) {
-    Tuplist row;
-    for (int index = query.GetRecordCount() - 1; index >= 0; --index) {
-        if (!provider::FetchRecord(query, index, row)) return false;
+// Runs `query` and appends the non-empty keys of its records, last record
+// first; false when a record could not be fetched (the keys appended so far
+// stay).
+static bool AppendKeysLastFirst(dl_MainInterface* db, Logger* logger, dl_MultiValue& query,
+                                const provider::Trace& trace, std::list<std::wstring>& keys) {
+    return provider::WalkQuery(db, logger, query, trace, provider::Walk::LastToFirst, [&keys](Tuplist& row) {
         std::wstring key = provider::TextOr(row[kQentryId], std::wstring());
         if (!key.empty()) keys.push_back(key);
-    }
-    return true;
+    });
 }
 
 std::list<std::wstring> CTicketDataProvider::GetAllQueueEntryIds(std::wstring holdDevId) {
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
     provider::AddEquals(query, "JDFTICKET.HOLDDEVID", holdDevId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIds",
-                       L"Returned from ExecuteQuery() inside CTicketDataProvider::GetAllQueueEntryIds");
-    return KeysLastFirst(query);
+    return KeysLastFirst(m_pDatabase, m_pLogger, query,
+                         {L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIds",
+                          L"Returned from ExecuteQuery() inside CTicketDataProvider::GetAllQueueEntryIds"});
 }
 
 std::list<std::wstring> CTicketDataProvider::GetAllQueueEntryIDs() {
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIDs",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetAllQueueEntryIDs");
-    return KeysLastFirst(query);
+    return KeysLastFirst(m_pDatabase, m_pLogger, query,
+                         {L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIDs",
+                          L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetAllQueueEntryIDs"});
 }
 
 std::list<std::wstring> CTicketDataProvider::GetTicketRecords(std::wstring holdDevId, int state) {
@@ -276,11 +278,8 @@ std::list<std::wstring> CTicketDataProvider::GetTicketRecords(std::wstring holdD
     provider::AddEquals(query, "JDFTICKET.HOLDDEVID", holdDevId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.STATE", state);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords");
     std::list<std::wstring> keys;
-    AppendKeysLastFirst(query, keys);
+    AppendKeysLastFirst(m_pDatabase, m_pLogger, query, kGetTicketRecords, keys);
     return keys;
 }
 
@@ -321,10 +320,12 @@ bool CTicketDataProvider::IsJobPresent(const std::wstring& jobId, const std::wst
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
     provider::AddToken(query, COND_BRACKET, ")");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CTicketDataProvider::IsJobPresent",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::IsJobPresent");
     Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
+    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CTicketDataProvider::IsJobPresent",
+                              L"Returned from ExecuteQuery() Inside CTicketDataProvider::IsJobPresent"},
+                             row))
+        return false;
     qentryId = provider::TextOr(row[kQentryId], std::wstring());
     return true;
 }
@@ -333,11 +334,8 @@ bool CTicketDataProvider::GetRecords(std::list<std::wstring>& qentryIds, int sen
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
     provider::AddEquals(query, "JDFTICKET.JDFSENDSTATUS", sendStatus);
-    // The log lines are those of GetTicketRecords, as they have always been.
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords");
-    return AppendKeysLastFirst(query, qentryIds);
+    // Traced with GetTicketRecords' lines (docs/kept-behaviours.md).
+    return AppendKeysLastFirst(m_pDatabase, m_pLogger, query, kGetTicketRecords, qentryIds);
 }
 
 bool CTicketDataProvider::Update_JDFSendStatus(std::wstring& qentryId, int sendStatus) {

@@ -73,4 +73,18 @@ std::wstring TextAsIs(const TupElement* element) {
     return static_cast<const wchar_t*>(element->value);
 }
 
+void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace) {
+    RunQuery(db, logger, query, trace.before, trace.after);
+}
+
+bool RunForOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Tuplist& row) {
+    RunQuery(db, logger, query, trace);
+    return query.GetRecordCount() == 1 && FetchRecord(query, 0, row);
+}
+
+int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace) {
+    RunQuery(db, logger, query, trace);
+    return query.GetRecordCount();
+}
+
 }  // namespace provider

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "TimeStamp.h"
 #include "Tuplist.h"
@@ -182,6 +183,46 @@ void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = R
 template <class R, size_t N, size_t M>
 void ReadColumns(Tuplist& row, R& rec, const Column<R> (&table)[N], const int (&order)[M]) {
     for (int index : order) ReadColumn(row, rec, table[index]);
+}
+
+// --- walking a query's result ---------------------------------------------
+
+// The two lines a query runs between: "Before ExecuteQuery() from ..." and
+// "Returned from ExecuteQuery() ...".
+struct Trace {
+    const wchar_t* before;
+    const wchar_t* after;
+};
+
+void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
+
+// Runs the query and fetches its one record into `row`; false unless the
+// result holds exactly one record.
+bool RunForOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Tuplist& row);
+
+// Runs the query and answers how many records it gave.
+int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
+
+enum class Walk { FirstToLast, LastToFirst };
+
+// Runs the query and hands each record, in `walk` order and in a fresh row,
+// to `each`. `each` returns nothing, or a bool that is false to end the walk
+// there. False when a record could not be fetched (the walk ends there).
+template <class Each>
+bool WalkQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Walk walk,
+               Each each) {
+    RunQuery(db, logger, query, trace);
+    const int count = query.GetRecordCount();
+    for (int n = 0; n < count; ++n) {
+        Tuplist row;
+        if (!FetchRecord(query, walk == Walk::FirstToLast ? n : count - 1 - n, row)) return false;
+        if constexpr (std::is_same_v<decltype(each(row)), bool>) {
+            if (!each(row)) break;
+        } else {
+            each(row);
+        }
+    }
+    return true;
 }
 
 }  // namespace provider
