@@ -20,26 +20,9 @@ namespace {
 
 typedef ContentTableRecord Rec;
 
-// Indexes into kColumns.
-enum ContentColumn {
-    kContentId,
-    kRunId,
-    kQentryId,
-    kRemoteUrl,
-    kCacFilePath,
-    kCacheStat,
-    kDisplayName,
-    kNPages,
-    kFileType,
-    kCacheDate,
-    kLastModDate,
-    kPreviewRemoteUrl,
-    kPreviewCacFilePath
-};
-
 // The CONTENT columns of a record. nPages counts as set when it is not 0
 // (its record default), cacheStat when it is not -1.
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     IntColumn("CONTENT.CONTENTID", &Rec::contentId),
     TextColumn("CONTENT.RUN_ID", &Rec::runId),
     TextColumn("CONTENT.QENTRYID", &Rec::qentryId),
@@ -55,21 +38,27 @@ const Column<Rec> kColumns[] = {
     TextColumn("CONTENT.PREVIEWCACFILEPATH", &Rec::previewCacFilePath),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+constexpr int kContentId = Col("CONTENTID"), kRunId = Col("RUN_ID"), kQentryId = Col("QENTRYID"),
+              kDisplayName = Col("DISPLAYNAME"), kPreviewRemoteUrl = Col("PREVIEWREMOTEURL");
+
 // Columns written by AddRecord and UpdateRecord, in this order.
-const int kWriteOrder[] = {kQentryId,    kRunId,      kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
-                           kCacheStat,   kDisplayName, kNPages,   kFileType,    kCacheDate,        kLastModDate};
+constexpr int kWriteOrder[] = {Col("QENTRYID"),  Col("RUN_ID"),      Col("REMOTEURL"), Col("CACFILEPATH"),
+                               Col("PREVIEWREMOTEURL"), Col("PREVIEWCACFILEPATH"), Col("CACHESTAT"), Col("DISPLAYNAME"),
+                               Col("NPAGES"),    Col("FILETYPE"),    Col("CACHEDATE"), Col("LASTMODDATE")};
 
 // GetRecord: the columns read with the default rule after QENTRYID and RUN_ID.
-const int kRecordReadOrder[] = {kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
-                                kCacheStat, kDisplayName, kNPages,           kFileType,
-                                kCacheDate, kLastModDate, kContentId};
+constexpr int kRecordReadOrder[] = {Col("REMOTEURL"), Col("CACFILEPATH"), Col("PREVIEWREMOTEURL"), Col("PREVIEWCACFILEPATH"),
+                                    Col("CACHESTAT"), Col("DISPLAYNAME"), Col("NPAGES"),           Col("FILETYPE"),
+                                    Col("CACHEDATE"), Col("LASTMODDATE"), Col("CONTENTID")};
 
 // GetRecords: the columns read with the default rule. Into a fresh record a
 // missing RUN_ID leaves the empty runId, which the default rule gives too.
 // DISPLAYNAME and PREVIEWREMOTEURL follow rules of their own (ReadListed).
-const int kRecordsReadOrder[] = {kQentryId, kRunId,    kRemoteUrl,  kCacFilePath, kCacheStat,
-                                 kNPages,   kFileType, kCacheDate,  kLastModDate, kContentId,
-                                 kPreviewCacFilePath};
+constexpr int kRecordsReadOrder[] = {Col("QENTRYID"),  Col("RUN_ID"),      Col("REMOTEURL"), Col("CACFILEPATH"),
+                                     Col("CACHESTAT"), Col("NPAGES"),      Col("FILETYPE"),  Col("CACHEDATE"),
+                                     Col("LASTMODDATE"), Col("CONTENTID"), Col("PREVIEWCACFILEPATH")};
 
 const provider::Trace kGetContentId = {L"Before ExecuteQuery() from CContentDataProvider::GetContentId",
                                        L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"};

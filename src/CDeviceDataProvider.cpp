@@ -13,25 +13,9 @@ namespace {
 
 const TICKET_TYPE_NV kTable = TICKET_DEVICE;
 
-// The columns of DEVICE and the record fields they hold.
-enum DeviceColumn {
-    kServerId,
-    kDeviceId,
-    kDevCaps,
-    kSubUrl,
-    kDevIndex,
-    kInterName,
-    kDisplayName,
-    kStatus,
-    kStatusMsg,
-    kDevCondition,
-    kCondition,
-    kDeviceOpMode,
-    kLastUpdateTime
-};
-
 typedef DeviceTableRecord R;
-const Column<R> kColumns[] = {
+// The columns of DEVICE and the record fields they hold.
+constexpr Column<R> kColumns[] = {
     provider::IntColumn("DEVICE.SERVERID", &R::serverId),
     provider::TextColumn("DEVICE.DEVICEID", &R::deviceId),
     provider::BlobColumn("DEVICE.DEVCAPS", &R::devCaps),
@@ -48,16 +32,20 @@ const Column<R> kColumns[] = {
     provider::TimeColumn("DEVICE.LASTUPDATETIME", &R::lastUpdateTime),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+
 // Written by AddDevice after the key column.
-const int kAddOrder[] = {kServerId,   kSubUrl,       kDevCaps,    kDevIndex,     kInterName,
-                         kDisplayName, kStatus,      kStatusMsg,  kDevCondition, kCondition,
-                         kDeviceOpMode, kLastUpdateTime};
+constexpr int kAddOrder[] = {Col("SERVERID"),     Col("SUBURL"),    Col("DEVCAPS"),      Col("DEVINDEX"),
+                             Col("INTERNAME"),    Col("DISPLAYNAME"), Col("STATUS"),     Col("STATUSMSG"),
+                             Col("DEVCONDITION"), Col("CONDITION"), Col("DEVICEOPMODE"), Col("LASTUPDATETIME")};
 // The only columns UpdateDeviceRecord touches.
-const int kUpdateOrder[] = {kDevCaps, kSubUrl, kStatus, kStatusMsg};
+constexpr int kUpdateOrder[] = {Col("DEVCAPS"), Col("SUBURL"), Col("STATUS"), Col("STATUSMSG")};
 // Read back from a "DEVICE.*" record.
-const int kReadOrder[] = {kServerId,  kDeviceId,  kDevIndex,     kSubUrl,    kDevCaps,
-                          kInterName, kDisplayName, kStatus,     kStatusMsg, kDevCondition,
-                          kCondition, kLastUpdateTime, kDeviceOpMode};
+constexpr int kReadOrder[] = {Col("SERVERID"),    Col("DEVICEID"),  Col("DEVINDEX"),       Col("SUBURL"),
+                              Col("DEVCAPS"),     Col("INTERNAME"), Col("DISPLAYNAME"),    Col("STATUS"),
+                              Col("STATUSMSG"),   Col("DEVCONDITION"), Col("CONDITION"),   Col("LASTUPDATETIME"),
+                              Col("DEVICEOPMODE")};
 
 // An int laid out so that reading it as a wide C string stops inside this
 // object: the int is the first character, the zeros after it end the text.

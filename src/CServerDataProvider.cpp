@@ -10,11 +10,9 @@ using provider::Column;
 
 namespace {
 
-// The columns of SERVER and the record fields they hold.
-enum ServerColumn { kServerId, kCompName, kStatMsg, kState, kLoginPwd, kLoginName, kSerialNo, kVersion, kSType };
-
 typedef ServerTableRecord R;
-const Column<R> kColumns[] = {
+// The columns of SERVER and the record fields they hold.
+constexpr Column<R> kColumns[] = {
     provider::IntColumn("SERVER.SERVERID", &R::SERVERID),
     provider::TextColumn("SERVER.COMPNAME", &R::COMPNAME),
     provider::TextColumn("SERVER.STATMSG", &R::STATMSG),
@@ -26,12 +24,18 @@ const Column<R> kColumns[] = {
     provider::IntColumn("SERVER.STYPE", &R::STYPE),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+
 // Written by AddServer and UpdateServerRecord.
-const int kWriteOrder[] = {kCompName, kLoginPwd, kLoginName, kSerialNo, kSType, kState, kStatMsg, kVersion};
+constexpr int kWriteOrder[] = {Col("COMPNAME"), Col("LOGINPWD"), Col("LOGINSERNAME"), Col("SERIALNO"),
+                               Col("STYPE"),    Col("STATE"),    Col("STATMSG"),      Col("VERSION")};
 // Read back by GetServerRecord.
-const int kRecordOrder[] = {kCompName, kLoginPwd, kLoginName, kSerialNo, kServerId, kSType, kState, kStatMsg, kVersion};
+constexpr int kRecordOrder[] = {Col("COMPNAME"), Col("LOGINPWD"), Col("LOGINSERNAME"), Col("SERIALNO"), Col("SERVERID"),
+                                Col("STYPE"),    Col("STATE"),    Col("STATMSG"),      Col("VERSION")};
 // Read back by GetServerRecords.
-const int kListOrder[] = {kServerId, kCompName, kStatMsg, kState, kLoginPwd, kLoginName, kSerialNo, kVersion, kSType};
+constexpr int kListOrder[] = {Col("SERVERID"), Col("COMPNAME"),     Col("STATMSG"),  Col("STATE"),  Col("LOGINPWD"),
+                              Col("LOGINSERNAME"), Col("SERIALNO"), Col("VERSION"), Col("STYPE")};
 
 // Size of the buffers a wide-string column is read into (VARCHAR(1023) and its NUL).
 const size_t kTextBufferSize = 1024;

@@ -17,28 +17,7 @@ typedef StatusSubTableRecord Rec;
 namespace {
 
 // Columns of STATSSUBS in record field order.
-enum Field {
-    COL_ID,
-    COL_REFID,
-    COL_URL,
-    COL_STATSUBS,
-    COL_LASTSIG,
-    COL_LASTUPDATE,
-    COL_DEVDETLEVEL,
-    COL_JOBDETAIL,
-    COL_QUEUEINFO,
-    COL_EMPLOYEINFO,
-    COL_DEVICEID,
-    COL_QENTRYID,
-    COL_JOBID,
-    COL_JOBPARTID,
-    COL_REPEATSTEP,
-    COL_REPEATTIME,
-    COL_RESPONSE,
-    COL_SENDERID
-};
-
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     provider::IntColumn("STATSSUBS.ID", &Rec::ID),
     provider::TextColumn("STATSSUBS.REFID", &Rec::REFID),
     provider::TextColumn("STATSSUBS.URL", &Rec::URL),
@@ -59,16 +38,27 @@ const Column<Rec> kColumns[] = {
     provider::TextColumn("STATSSUBS.SENDERID", &Rec::SENDERID),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+using Field = int;
+constexpr Field COL_ID = Col("ID"), COL_REFID = Col("REFID"), COL_URL = Col("URL"), COL_LASTSIG = Col("LASTSIG"),
+                COL_LASTUPDATE = Col("LASTUPDATE"), COL_DEVICEID = Col("DEVICEID"), COL_QENTRYID = Col("QENTRYID"),
+                COL_JOBID = Col("JOBID"), COL_JOBPARTID = Col("JOBPARTID"), COL_REPEATTIME = Col("REPEATTIME"),
+                COL_RESPONSE = Col("RESPONSE"), COL_SENDERID = Col("SENDERID");
+
 // Readers take every field, in field order.
-const int kReadOrder[] = {COL_ID,         COL_REFID,    COL_URL,        COL_STATSUBS,   COL_LASTSIG,   COL_LASTUPDATE,
-                          COL_DEVDETLEVEL, COL_JOBDETAIL, COL_QUEUEINFO, COL_EMPLOYEINFO, COL_DEVICEID, COL_QENTRYID,
-                          COL_JOBID,       COL_JOBPARTID, COL_REPEATSTEP, COL_REPEATTIME, COL_RESPONSE, COL_SENDERID};
+constexpr int kReadOrder[] = {Col("ID"),          Col("REFID"),     Col("URL"),        Col("STATSUBS"),
+                              Col("LASTSIG"),     Col("LASTUPDATE"), Col("DEVDETLEVEL"), Col("JOBDETAIL"),
+                              Col("QUEUEINFO"),   Col("EMPLOYEINFO"), Col("DEVICEID"),  Col("QENTRYID"),
+                              Col("JOBID"),       Col("JOBPARTID"), Col("REPEATSTEP"), Col("REPEATTIME"),
+                              Col("RESPONSE"),    Col("SENDERID")};
 
 // Writers take the set fields in column-name order (the key is never written).
-const int kWriteOrder[] = {COL_DEVDETLEVEL, COL_DEVICEID,   COL_EMPLOYEINFO, COL_JOBDETAIL, COL_JOBID,
-                           COL_JOBPARTID,   COL_LASTSIG,    COL_LASTUPDATE,  COL_QENTRYID,  COL_QUEUEINFO,
-                           COL_REFID,       COL_REPEATSTEP, COL_REPEATTIME,  COL_RESPONSE,  COL_SENDERID,
-                           COL_STATSUBS,    COL_URL};
+constexpr int kWriteOrder[] = {Col("DEVDETLEVEL"), Col("DEVICEID"),  Col("EMPLOYEINFO"), Col("JOBDETAIL"),
+                               Col("JOBID"),       Col("JOBPARTID"), Col("LASTSIG"),     Col("LASTUPDATE"),
+                               Col("QENTRYID"),    Col("QUEUEINFO"), Col("REFID"),       Col("REPEATSTEP"),
+                               Col("REPEATTIME"),  Col("RESPONSE"),  Col("SENDERID"),    Col("STATSUBS"),
+                               Col("URL")};
 
 const char* Name(Field field) { return kColumns[field].name; }
 

@@ -19,32 +19,12 @@ const size_t kTextChars = 1024;
 
 const TICKET_TYPE_NV kTable = TICKET_JDFTICKET;
 
-// Column indexes into kColumns.
-enum TicketColumn {
-    C_PREVIEWCACHEDFILEPATH,
-    C_PREVIEWREMOTEURL,
-    C_QENTRYID,
-    C_JDF,
-    C_HOLDDEVID,
-    C_JMFRETURL,
-    C_UPLOADURL,
-    C_SENDERID,
-    C_SUBTIME,
-    C_LASTUPDATETIME,
-    C_QSUBSPARAMS,
-    C_STATUSMSG,
-    C_STATUS,
-    C_STATE,
-    C_JOBID,
-    C_JOBPARTID
-};
-
 using provider::BlobColumn;
 using provider::IntColumn;
 using provider::TextColumn;
 using provider::TimeColumn;
 
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     TextColumn<Rec>("JDFTICKET.PREVIEWCACHEDFILEPATH", &Rec::previewCachedFilePath),
     TextColumn<Rec>("JDFTICKET.PREVIEWREMOTEURL", &Rec::previewRemoteUrl),
     TextColumn<Rec>("JDFTICKET.QENTRYID", &Rec::qentryId),
@@ -63,23 +43,28 @@ const Column<Rec> kColumns[] = {
     TextColumn<Rec>("JDFTICKET.JOBPARTID", &Rec::jobPartId),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+constexpr int C_JDF = Col("JDF");  // written on its own by AddTicket
+
 // AddTicket: written after the row and its JDF, stopping at the first failure.
-const int kAddOrder[] = {
-    C_HOLDDEVID, C_JMFRETURL,      C_PREVIEWCACHEDFILEPATH, C_PREVIEWREMOTEURL, C_UPLOADURL, C_SENDERID,
-    C_SUBTIME,   C_LASTUPDATETIME, C_QSUBSPARAMS,           C_STATUSMSG,        C_STATUS,    C_STATE,
-    C_JOBID,     C_JOBPARTID};
+constexpr int kAddOrder[] = {Col("HOLDDEVID"),  Col("JMFRETURL"), Col("PREVIEWCACHEDFILEPATH"), Col("PREVIEWREMOTEURL"),
+                             Col("UPLOADURL"),  Col("SENDERID"),  Col("SUBTIME"),               Col("LASTUPDATETIME"),
+                             Col("QSUBSPARAMS"), Col("STATUSMSG"), Col("STATUS"),               Col("STATE"),
+                             Col("JOBID"),      Col("JOBPARTID")};
 
 // UpdateTicketRecord: every set column, the last write's result counts.
-const int kUpdateOrder[] = {C_HOLDDEVID,        C_JDF,      C_JMFRETURL, C_PREVIEWCACHEDFILEPATH,
-                            C_PREVIEWREMOTEURL, C_JOBID,    C_JOBPARTID, C_LASTUPDATETIME,
-                            C_QSUBSPARAMS,      C_SENDERID, C_STATUS,    C_STATE,
-                            C_STATUSMSG,        C_SUBTIME,  C_UPLOADURL};
+constexpr int kUpdateOrder[] = {Col("HOLDDEVID"),        Col("JDF"),         Col("JMFRETURL"), Col("PREVIEWCACHEDFILEPATH"),
+                                Col("PREVIEWREMOTEURL"), Col("JOBID"),       Col("JOBPARTID"), Col("LASTUPDATETIME"),
+                                Col("QSUBSPARAMS"),      Col("SENDERID"),    Col("STATUS"),    Col("STATE"),
+                                Col("STATUSMSG"),        Col("SUBTIME"),     Col("UPLOADURL")};
 
 // GetTicketRecord reads these before and after filling lastUpdateTime from SUBTIME.
-const int kReadOrderHead[] = {C_HOLDDEVID, C_JDF, C_JMFRETURL, C_JOBID, C_JOBPARTID};
-const int kReadOrderTail[] = {
-    C_QSUBSPARAMS,           C_SENDERID,        C_STATUS, C_STATE, C_STATUSMSG, C_SUBTIME, C_UPLOADURL, C_QENTRYID,
-    C_PREVIEWCACHEDFILEPATH, C_PREVIEWREMOTEURL};
+constexpr int kReadOrderHead[] = {Col("HOLDDEVID"), Col("JDF"), Col("JMFRETURL"), Col("JOBID"), Col("JOBPARTID")};
+constexpr int kReadOrderTail[] = {Col("QSUBSPARAMS"), Col("SENDERID"),    Col("STATUS"),
+                                  Col("STATE"),       Col("STATUSMSG"),   Col("SUBTIME"),
+                                  Col("UPLOADURL"),   Col("QENTRYID"),    Col("PREVIEWCACHEDFILEPATH"),
+                                  Col("PREVIEWREMOTEURL")};
 
 const char* const kQentryId = "JDFTICKET.QENTRYID";
 
@@ -135,7 +120,7 @@ bool CTicketDataProvider::GetTicketRecord(const std::wstring& qentryId, CTicketR
 
     provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
     // LASTUPDATETIME is not read: the record's update time is the submission time.
-    rec->lastUpdateTime = provider::TimeOr(row[kColumns[C_SUBTIME].name], TimeStamp(0));
+    rec->lastUpdateTime = provider::TimeOr(row[kColumns[Col("SUBTIME")].name], TimeStamp(0));
     provider::ReadColumns(row, *rec, kColumns, kReadOrderTail);
     return true;
 }

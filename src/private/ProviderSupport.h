@@ -225,6 +225,26 @@ bool WalkQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const
     return true;
 }
 
+// --- column orders by name ------------------------------------------------
+
+// True when `name` ("TABLE.COLUMN") names `column` (given without its table).
+constexpr bool NamesColumn(const char* name, const char* column) {
+    while (*name != 0 && *name != '.') ++name;
+    if (*name == '.') ++name;
+    while (*name != 0 && *name == *column) ++name, ++column;
+    return *name == 0 && *column == 0;
+}
+
+// The index in `table` of `column` (given without its table), so that an
+// operation's column order is written as names. Used in a constant
+// expression, a name the table lacks does not compile.
+template <class R, size_t N>
+constexpr int IndexOf(const Column<R> (&table)[N], const char* column) {
+    for (size_t i = 0; i < N; ++i)
+        if (NamesColumn(table[i].name, column)) return static_cast<int>(i);
+    throw "no such column in the table";
+}
+
 }  // namespace provider
 
 #endif
