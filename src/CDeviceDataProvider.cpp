@@ -139,8 +139,7 @@ bool CDeviceDataProvider::GetDeviceID(int serverId, int devIndex, std::wstring& 
     int count = 0;
     dl_MultiValue query;
     if (serverId >= 1 && devIndex >= 1) {
-        // Both values go in as wide texts whose one character is the int
-        // itself, not its decimal rendering: the stored rule of this lookup.
+        // Each int goes in as a one-character wide text (docs/kept-behaviours.md, P6).
         const IntAsWideText server{serverId};
         const IntAsWideText index{devIndex};
         provider::Select(query, kTable, "DEVICE.DEVICEID");

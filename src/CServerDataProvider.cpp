@@ -65,8 +65,8 @@ bool CServerDataProvider::AddServer(CServerRecord* rec) {
 bool CServerDataProvider::DeleteServer(int serverId) {
     if (serverId == -1) return false;
 
-    // Devices refer to their server: such a server stays. The answer is the
-    // check's, so a refused delete also reports true.
+    // Devices refer to their server: such a server stays, and the answer is
+    // true (docs/kept-behaviours.md, P11).
     CDeviceDataProvider devices;
     if (devices.IsDevicePresentForServer(serverId)) {
         m_pLogger->log(provider::kLogLevel, L"%ls",

@@ -89,9 +89,8 @@ void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::v
 }
 
 // (DEVICEID = deviceId) when given, then "AND" (column = value) for each
-// further non-empty value. The "AND" is written even when no device test
-// precedes it (callers pass a device id with any further value); the
-// statement then fails and the reader returns no rows.
+// further non-empty value, with or without a device test before it
+// (docs/kept-behaviours.md, P12).
 void AddDeviceTests(dl_MultiValue& query, const std::wstring& deviceId,
                     std::initializer_list<std::pair<Field, const std::wstring*>> more) {
     if (!deviceId.empty()) provider::AddEquals(query, Name(COL_DEVICEID), deviceId);
@@ -253,7 +252,7 @@ bool CStatusSubDataProvider::NeedStatusSubscription(const std::wstring& qentryId
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, Name(COL_SENDERID), senderId);
     provider::AddToken(query, COND_BRACKET, ")");
-    // Closed with GetRecords' line (docs/kept-behaviours.md).
+    // Closed with GetRecords' line (docs/kept-behaviours.md, C3).
     if (m_pDatabase)
         provider::RunQuery(m_pDatabase, m_pLogger, query,
                            {L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription",

@@ -319,7 +319,7 @@ bool CTicketDataProvider::GetRecords(std::list<std::wstring>& qentryIds, int sen
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
     provider::AddEquals(query, "JDFTICKET.JDFSENDSTATUS", sendStatus);
-    // Traced with GetTicketRecords' lines (docs/kept-behaviours.md).
+    // Traced with GetTicketRecords' lines (docs/kept-behaviours.md, C3).
     return AppendKeysLastFirst(m_pDatabase, m_pLogger, query, kGetTicketRecords, qentryIds);
 }
 

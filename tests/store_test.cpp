@@ -198,4 +198,14 @@ TEST_F(StoreTest, BadInputOnlyFailsItsOwnStatement) {
     EXPECT_EQ(9, read);
 }
 
+// The exception line's format says %s while its argument is wide, so only the
+// signature's first character shows.
+TEST_F(StoreTest, ExceptionLineShowsOneCharacterOfTheSignature) {
+    AddRow(L"Q1");
+    LogCapture log;
+    int read = -1;
+    store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATUS AS S", &read, PARAM_INT);
+    EXPECT_TRUE(log.Contains(L"*****Exception at b*****"));
+}
+
 }  // namespace
