@@ -8,13 +8,9 @@
 #include "TestSupport.h"
 
 using testing_support::LogCapture;
+using testing_support::ReadStatusOfC1;
 
 namespace {
-
-bool ReadStatus(int& status) {
-    return CMysqlDatabaseInterface::GetInstance()->GetParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,
-                                                                "JDFTICKET.STATUS", &status, PARAM_INT);
-}
 
 TEST(Connection, ServerDownAtStartUpThenStarted) {
     testing_support::KillServer();
@@ -30,7 +26,7 @@ TEST(Connection, ServerDownAtStartUpThenStarted) {
 
     int status = -1;
     log.Clear();
-    EXPECT_FALSE(ReadStatus(status));
+    EXPECT_FALSE(ReadStatusOfC1(status));
     EXPECT_TRUE(log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available."));
     EXPECT_TRUE(
         log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
@@ -42,10 +38,10 @@ TEST(Connection, ServerDownAtStartUpThenStarted) {
     db.Exec("INSERT INTO JDFTICKET (QENTRYID, STATUS) VALUES ('C1', 4)");
     // The call that reconnects loses its statement; the next one runs.
     log.Clear();
-    EXPECT_FALSE(ReadStatus(status));
+    EXPECT_FALSE(ReadStatusOfC1(status));
     EXPECT_TRUE(
         log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
-    EXPECT_TRUE(ReadStatus(status));
+    EXPECT_TRUE(ReadStatusOfC1(status));
     EXPECT_EQ(4, status);
     // The pool operations exist and do nothing.
     EXPECT_EQ(nullptr, CDatabaseConnection::m_hInstance->GetDBConnecion());

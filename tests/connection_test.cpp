@@ -7,29 +7,25 @@
 #include "TestSupport.h"
 
 using testing_support::LogCapture;
+using testing_support::ReadStatusOfC1;
 
 namespace {
-
-bool ReadStatus(int& status) {
-    return CMysqlDatabaseInterface::GetInstance()->GetParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,
-                                                                "JDFTICKET.STATUS", &status, PARAM_INT);
-}
 
 TEST(Connection, ServerKilledUnderALiveConnection) {
     testing_support::RawDb db;
     db.Reset({"JDFTICKET"});
     db.Exec("INSERT INTO JDFTICKET (QENTRYID, STATUS) VALUES ('C1', 4)");
     int status = -1;
-    ASSERT_TRUE(ReadStatus(status));
+    ASSERT_TRUE(ReadStatusOfC1(status));
     testing_support::KillServer();
     LogCapture log;
-    EXPECT_FALSE(ReadStatus(status));  // the statement fails and is logged
+    EXPECT_FALSE(ReadStatusOfC1(status));  // the statement fails and is logged
     EXPECT_TRUE(log.Contains(L"SQLException:"));
-    EXPECT_FALSE(ReadStatus(status));  // and again: no lock was left held
+    EXPECT_FALSE(ReadStatusOfC1(status));  // and again: no lock was left held
     testing_support::StartServer();
     // The driver reconnects by itself on the next statement.
     status = -1;
-    EXPECT_TRUE(ReadStatus(status));
+    EXPECT_TRUE(ReadStatusOfC1(status));
     EXPECT_EQ(4, status);
     int changed = 6;
     EXPECT_TRUE(CMysqlDatabaseInterface::GetInstance()->AddParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,
