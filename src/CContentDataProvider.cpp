@@ -130,15 +130,12 @@ bool CContentDataProvider::GetRecord(int contentId, CContentRecord* rec) {
     if (contentId == -1) return false;
     NORVA_ASSERT(rec != nullptr, "contentRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, TICKET_CONTENT, "CONTENT.*");
-    provider::AddEquals(query, kColumns[kContentId].name, contentId);
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query, kGetRecords, row)) return false;
-    provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
-    provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
-    provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, TICKET_CONTENT, "CONTENT.*", kColumns[kContentId].name,
+                                  contentId, kGetRecords, [rec](Tuplist& row) {
+                                      provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
+                                      provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
+                                      provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
+                                  });
 }
 
 bool CContentDataProvider::GetRecords(const std::wstring& qentryId, std::vector<ContentTableRecord>& out) {

@@ -102,17 +102,10 @@ bool CDeviceDataProvider::GetDeviceRecord(const std::wstring& devId, CDeviceReco
     if (devId.empty()) return false;
     NORVA_ASSERT(rec != nullptr, "deviceRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, kTable, "DEVICE.*");
-    provider::AddEquals(query, "DEVICE.DEVICEID", devId);
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
-                             {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
-                              L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord"},
-                             row))
-        return false;
-    provider::ReadColumns(row, *rec, kColumns, kReadOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, kTable, "DEVICE.*", "DEVICE.DEVICEID", devId,
+                                  {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
+                                   L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord"},
+                                  [rec](Tuplist& row) { provider::ReadColumns(row, *rec, kColumns, kReadOrder); });
 }
 
 bool CDeviceDataProvider::GetDeviceRecordsConnectedToServer(int serverId, std::vector<DeviceTableRecord>& out) {
@@ -122,14 +115,10 @@ bool CDeviceDataProvider::GetDeviceRecordsConnectedToServer(int serverId, std::v
     provider::Select(query, kTable, "DEVICE.*");
     provider::AddEquals(query, "DEVICE.SERVERID", serverId);
     // Appends in result order; `out` keeps what it held.
-    provider::WalkQuery(m_pDatabase, m_pLogger, query,
-                        {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
-                         L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer"},
-                        provider::Walk::FirstToLast, [&out](Tuplist& row) {
-                            DeviceTableRecord rec;
-                            provider::ReadColumns(row, rec, kColumns, kReadOrder);
-                            out.push_back(rec);
-                        });
+    provider::AppendRecords(m_pDatabase, m_pLogger, query,
+                            {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
+                             L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer"},
+                            provider::Walk::FirstToLast, kColumns, kReadOrder, out);
     return true;
 }
 

@@ -109,17 +109,10 @@ bool CServerDataProvider::GetServerRecord(int serverId, CServerRecord* out) {
                     "virtual bool CServerDataProvider::GetServerRecord(int, CServerRecord*)");
     if (serverId == -1) return false;
 
-    dl_MultiValue query;
-    provider::Select(query, m_tableType, "SERVER.*");
-    provider::AddEquals(query, "SERVER.SERVERID", serverId);
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
-                             {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
-                              L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord"},
-                             row))
-        return false;
-    provider::ReadColumns(row, *out, kColumns, kRecordOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, m_tableType, "SERVER.*", "SERVER.SERVERID", serverId,
+                                  {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
+                                   L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord"},
+                                  [out](Tuplist& row) { provider::ReadColumns(row, *out, kColumns, kRecordOrder); });
 }
 
 int CServerDataProvider::IsServerAndServerTypeExists(std::wstring compName, int serverType, int& serverId) {
@@ -145,14 +138,10 @@ bool CServerDataProvider::GetServerRecords(std::vector<ServerTableRecord>& out) 
     dl_MultiValue query;
     provider::Select(query, TICKET_SERVER, "SERVER.*");
     // Appended from the last row back, i.e. in reverse result order.
-    provider::WalkQuery(m_pDatabase, m_pLogger, query,
-                        {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
-                         L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords"},
-                        provider::Walk::LastToFirst, [&out](Tuplist& row) {
-                            ServerTableRecord rec;
-                            provider::ReadColumns(row, rec, kColumns, kListOrder);
-                            out.push_back(rec);
-                        });
+    provider::AppendRecords(m_pDatabase, m_pLogger, query,
+                            {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
+                             L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords"},
+                            provider::Walk::LastToFirst, kColumns, kListOrder, out);
     return true;
 }
 

@@ -46,13 +46,6 @@ constexpr Field COL_ID = Col("ID"), COL_REFID = Col("REFID"), COL_URL = Col("URL
                 COL_JOBID = Col("JOBID"), COL_JOBPARTID = Col("JOBPARTID"), COL_REPEATTIME = Col("REPEATTIME"),
                 COL_RESPONSE = Col("RESPONSE"), COL_SENDERID = Col("SENDERID");
 
-// Readers take every field, in field order.
-constexpr int kReadOrder[] = {Col("ID"),          Col("REFID"),     Col("URL"),        Col("STATSUBS"),
-                              Col("LASTSIG"),     Col("LASTUPDATE"), Col("DEVDETLEVEL"), Col("JOBDETAIL"),
-                              Col("QUEUEINFO"),   Col("EMPLOYEINFO"), Col("DEVICEID"),  Col("QENTRYID"),
-                              Col("JOBID"),       Col("JOBPARTID"), Col("REPEATSTEP"), Col("REPEATTIME"),
-                              Col("RESPONSE"),    Col("SENDERID")};
-
 // Writers take the set fields in column-name order (the key is never written).
 constexpr int kWriteOrder[] = {Col("DEVDETLEVEL"), Col("DEVICEID"),  Col("EMPLOYEINFO"), Col("JOBDETAIL"),
                                Col("JOBID"),       Col("JOBPARTID"), Col("LASTSIG"),     Col("LASTUPDATE"),
@@ -69,9 +62,9 @@ const provider::Trace kGetRecords = {L"Before ExecuteQuery() from CStatusSubData
 
 bool Invalid(int id) { return !provider::IsSetUnsigned(id); }
 
-// Copies one result row into a record; a column without a value gives the
-// field's default.
-void ReadRecord(Tuplist& row, Rec& rec) { provider::ReadColumns(row, rec, kColumns, kReadOrder); }
+// Copies one result row into a record, every field in field order; a column
+// without a value gives the field's default.
+void ReadRecord(Tuplist& row, Rec& rec) { provider::ReadAllColumns(row, rec, kColumns); }
 
 // Runs a GetRecords query and appends its rows to `out`, skipping those
 // `keep` refuses; reading ends at the first row that cannot be fetched.
@@ -216,10 +209,7 @@ bool CStatusSubDataProvider::GetRecord(StatusSubTableRecord& out, std::wstring d
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_SENDERID, &senderId}});
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query, kGetRecords, row)) return false;
-    ReadRecord(row, out);
-    return true;
+    return provider::ReadOne(m_pDatabase, m_pLogger, query, kGetRecords, [&out](Tuplist& row) { ReadRecord(row, out); });
 }
 
 // Rows of a device's subscriptions, keeping those without job detail when

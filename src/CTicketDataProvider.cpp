@@ -108,21 +108,16 @@ bool CTicketDataProvider::GetTicketRecord(const std::wstring& qentryId, CTicketR
     if (qentryId.empty()) return false;
     NORVA_ASSERT(rec != nullptr, "ticketRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, kTable, "JDFTICKET.*");
-    provider::AddEquals(query, kQentryId, qentryId);
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
-                             {L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
-                              L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"},
-                             row))
-        return false;
-
-    provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
-    // LASTUPDATETIME is not read: the record's update time is the submission time.
-    rec->lastUpdateTime = provider::TimeOr(row[kColumns[Col("SUBTIME")].name], TimeStamp(0));
-    provider::ReadColumns(row, *rec, kColumns, kReadOrderTail);
-    return true;
+    return provider::ReadOneByKey(
+        m_pDatabase, m_pLogger, kTable, "JDFTICKET.*", kQentryId, qentryId,
+        {L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
+         L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"},
+        [rec](Tuplist& row) {
+            provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
+            // LASTUPDATETIME is not read: the record's update time is the submission time.
+            rec->lastUpdateTime = provider::TimeOr(row[kColumns[Col("SUBTIME")].name], TimeStamp(0));
+            provider::ReadColumns(row, *rec, kColumns, kReadOrderTail);
+        });
 }
 
 bool CTicketDataProvider::RemoveTicket(const std::wstring& qentryId) {
@@ -207,15 +202,13 @@ bool CTicketDataProvider::GetQentryID(const std::wstring& jobId, const std::wstr
     provider::AddEquals(query, "JDFTICKET.JOBID", jobId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+    return provider::ReadOne(m_pDatabase, m_pLogger, query,
                              {L"Before ExecuteQuery() from CTicketDataProvider::GetQentryID",
                               L"Returned from ExecuteQuery() inside CTicketDataProvider::GetQentryID"},
-                             row))
-        return false;
-    qentryId = provider::TextOr(row[kQentryId], std::wstring());
-    jobPartId = provider::TextOr(row["JDFTICKET.JOBPARTID"], std::wstring());
-    return true;
+                             [&](Tuplist& row) {
+                                 qentryId = provider::TextOr(row[kQentryId], std::wstring());
+                                 jobPartId = provider::TextOr(row["JDFTICKET.JOBPARTID"], std::wstring());
+                             });
 }
 
 // Runs `query` and answers the keys of all its records, last record first. A
@@ -305,14 +298,10 @@ bool CTicketDataProvider::IsJobPresent(const std::wstring& jobId, const std::wst
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
     provider::AddToken(query, COND_BRACKET, ")");
-    Tuplist row;
-    if (!provider::RunForOne(m_pDatabase, m_pLogger, query,
+    return provider::ReadOne(m_pDatabase, m_pLogger, query,
                              {L"Before ExecuteQuery() from CTicketDataProvider::IsJobPresent",
                               L"Returned from ExecuteQuery() Inside CTicketDataProvider::IsJobPresent"},
-                             row))
-        return false;
-    qentryId = provider::TextOr(row[kQentryId], std::wstring());
-    return true;
+                             [&qentryId](Tuplist& row) { qentryId = provider::TextOr(row[kQentryId], std::wstring()); });
 }
 
 bool CTicketDataProvider::GetRecords(std::list<std::wstring>& qentryIds, int sendStatus) {

@@ -77,11 +77,6 @@ void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const 
     RunQuery(db, logger, query, trace.before, trace.after);
 }
 
-bool RunForOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Tuplist& row) {
-    RunQuery(db, logger, query, trace);
-    return query.GetRecordCount() == 1 && FetchRecord(query, 0, row);
-}
-
 int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace) {
     RunQuery(db, logger, query, trace);
     return query.GetRecordCount();

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "TimeStamp.h"
 #include "Tuplist.h"
@@ -196,14 +197,21 @@ struct Trace {
 
 void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
 
-// Runs the query and fetches its one record into `row`; false unless the
-// result holds exactly one record.
-bool RunForOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Tuplist& row);
-
 // Runs the query and answers how many records it gave.
 int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
 
 enum class Walk { FirstToLast, LastToFirst };
+
+// Runs the query and, when exactly one record comes back, hands it to
+// `read` and answers true.
+template <class Read>
+bool ReadOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Read read) {
+    RunQuery(db, logger, query, trace);
+    Tuplist row;
+    if (query.GetRecordCount() != 1 || !FetchRecord(query, 0, row)) return false;
+    read(row);
+    return true;
+}
 
 // Runs the query and hands each record, in `walk` order and in a fresh row,
 // to `each`. `each` returns nothing, or a bool that is false to end the walk
@@ -223,6 +231,35 @@ bool WalkQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const
         }
     }
     return true;
+}
+
+// Selects every column (`all`, "TABLE.*") of the rows of `table` whose
+// `column` equals `key`; when exactly one row comes back, hands it to
+// `read` and answers true.
+template <class Key, class Read>
+bool ReadOneByKey(dl_MainInterface* db, Logger* logger, TICKET_TYPE_NV table, const char* all, const char* column,
+                  const Key& key, const Trace& trace, Read read) {
+    dl_MultiValue query;
+    Select(query, table, all);
+    AddEquals(query, column, key);
+    return ReadOne(db, logger, query, trace, read);
+}
+
+// Runs the query and appends each record, its columns read in `order`, to `out`.
+template <class R, size_t N, size_t M>
+void AppendRecords(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Walk walk,
+                   const Column<R> (&table)[N], const int (&order)[M], std::vector<R>& out) {
+    WalkQuery(db, logger, query, trace, walk, [&](Tuplist& row) {
+        R rec;
+        ReadColumns(row, rec, table, order);
+        out.push_back(rec);
+    });
+}
+
+// Reads every column of `table`, in table order, with the default rule.
+template <class R, size_t N>
+void ReadAllColumns(Tuplist& row, R& rec, const Column<R> (&table)[N]) {
+    for (const Column<R>& column : table) ReadColumn(row, rec, column);
 }
 
 // --- column orders by name ------------------------------------------------
