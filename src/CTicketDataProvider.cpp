@@ -117,8 +117,7 @@ bool CTicketDataProvider::RemoveTicket(const std::wstring& qentryId) {
 bool CTicketDataProvider::UpdateTicketRecord(const std::wstring& qentryId, const TicketTableRecord& rec) {
     if (qentryId.empty()) return false;
     std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kUpdateOrder, provider::WriteMode::Every);
-    // Written one by one, blob columns get the address of a _BLOB record, not
-    // its text (kept so; the JDF text itself is replaced through UpdateJDF).
+    // Blob columns go as _BLOB records (docs/kept-behaviours.md, P2).
     for (dl_ColumnValue& column : columns) column.blobRecord = column.type == PARAM_BLOB;
     return m_pDatabase->WriteRow(kTable, qentryId.c_str(), PARAM_WSTRING, columns.data(), columns.size(), false);
 }
