@@ -13,7 +13,7 @@ cd "$root"
 build="$root/build/tsan"
 
 # The tests in which several threads use the library or its platform parts.
-tests=(concurrency_test fault_test jobsender_provider_test platform_test)
+tests=(concurrency_test fault_test jobsender_provider_test platform_test pool_test)
 
 bash scripts/install-deps.sh
 
@@ -28,5 +28,7 @@ private_db_start /tmp
 # The suppressions cover only the uninstrumented database connector.
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$root/tests/tsan.supp"
 
+# Two of them again with four connections (registered in tests/CMakeLists.txt).
+tests+=(concurrency_test_pool4 fault_test_pool4)
 regex="^($(IFS='|'; echo "${tests[*]}"))\$"
 ctest --test-dir "$build" --output-on-failure -R "$regex"

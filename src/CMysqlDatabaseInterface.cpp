@@ -113,6 +113,23 @@ const CatalogueEntry kCatalogue[] = {
 
 bool IsKnownTable(TICKET_TYPE_NV table) { return table >= TICKET_JDFTICKET && table <= TICKET_MAXID; }
 
+// Which lock a store operation takes. With one connection every operation
+// holds the store's lock, as statements share that connection. With more,
+// statements run side by side on their own connections and only identifier
+// generation is one critical section, per table.
+mutex g_idLocks[TICKET_MAXID + 1];
+
+bool SharesOneConnection(CDatabaseConnection* connection) { return connection == nullptr || connection->Size() == 1; }
+
+mutex* StoreLock(CDatabaseConnection* connection, mutex& storeLock) {
+    return SharesOneConnection(connection) ? &storeLock : nullptr;
+}
+
+mutex* IdLock(CDatabaseConnection* connection, mutex& storeLock, TICKET_TYPE_NV table) {
+    if (SharesOneConnection(connection)) return &storeLock;
+    return &g_idLocks[IsKnownTable(table) ? table : 0];
+}
+
 void LogException(Logger* logger, const wchar_t* signature, bool unknown) {
     // The format says %s while the signature is wide, as it stands.
     logger->log(kLevel, kExceptionLine, signature);
@@ -314,7 +331,7 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
 }
 
 bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    RunFrame(m_pLogger, &m_mutex, kAddNewTicket, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kAddNewTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "INSERT INTO " << GetTicketType(table) << "(" << GetPrimaryKey(table) << ") VALUES('";
         SendValueToCursor(keyType, text, key);
@@ -326,7 +343,7 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
 }
 
 bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    RunFrame(m_pLogger, &m_mutex, kDeleteTicket, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kDeleteTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "DELETE FROM " << GetTicketType(table) << " WHERE " << GetPrimaryKey(table) << "='";
         SendValueToCursor(keyType, text, key);
@@ -339,7 +356,7 @@ bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, const void* value, PARAM_TYPE_NV valueType) {
-    RunFrame(m_pLogger, &m_mutex, kAddParameter, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kAddParameter, [&](const wchar_t*&) {
         if (valueType == PARAM_BLOB) {
             _BLOB blob(static_cast<const wchar_t*>(value));
             AddBlob(table, key, keyType, column, &blob);
@@ -361,7 +378,7 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
 bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, void* value, PARAM_TYPE_NV valueType) {
     bool result = true;
-    RunFrame(m_pLogger, &m_mutex, kGetParameter, [&](const wchar_t*& exitLine) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kGetParameter, [&](const wchar_t*& exitLine) {
         if (valueType == PARAM_BLOB) {
             GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value));
             return;
@@ -411,7 +428,7 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                               const char* column, PARAM_TYPE_NV) {
-    RunFrame(m_pLogger, &m_mutex, kDeleteParameter, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kDeleteParameter, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) return;
         // The server reads this as a multi-table delete naming the column as
@@ -465,7 +482,7 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
 }
 
 void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
-    RunFrame(m_pLogger, &m_mutex, kExecuteQuery, [&](const wchar_t*& exitLine) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kExecuteQuery, [&](const wchar_t*& exitLine) {
         std::string text = query->StartStatement.set ? query->StartStatement.text : "SELECT ";
         for (const char* key : query->m_keys) text += std::string(utility::StringLowerToUpper(key)) + " ,";
         if (!text.empty()) text.erase(text.size() - 1);
@@ -536,7 +553,8 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
 }
 
 void CMysqlDatabaseInterface::GenerateNewID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType) {
-    RunFrame(m_pLogger, &m_mutex, kGenerateNewID, [&](const wchar_t*&) {
+    CDatabaseConnection::Pin pin(m_pDBConnection);  // taken before the lock, as every Pin is
+    RunFrame(m_pLogger, IdLock(m_pDBConnection, m_mutex, table), kGenerateNewID, [&](const wchar_t*&) {
         int maxId = GetMaxId(table);
         const int readMaxId = maxId;
         std::string text = "SELECT " + GetPrimaryKey(table) + " FROM " + GetTicketType(table);

@@ -3,6 +3,8 @@
 #include <ConfigurationControl.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "StringUtils.h"
 #include "TestSupport.h"
 
@@ -11,5 +13,8 @@ int main(int argc, char** argv) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     const std::string host = testing_support::DbHost();
     if (!host.empty()) ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(host));
+    // Runs a program with a pool of connections (tests/CMakeLists.txt registers such runs).
+    if (const char* connections = std::getenv("NORVA_TEST_CONNECTIONS"))
+        ConfigurationControl::SetConnections(std::atoi(connections));
     return RUN_ALL_TESTS();
 }
