@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -16,7 +17,9 @@ struct MystrCmp {
     bool operator()(const char* a, const char* b) const;
 };
 
-// One result record: bare column name -> element; both owned by the query.
+// One result record: bare column name -> element. The query owns the
+// elements; the names are its column names (ColumnName), shared by the
+// records and their elements.
 typedef std::map<const char*, TupElement*, MystrCmp> dl_Record;
 
 // One multi-record SELECT (columns, table, conditions) and, once run, its rows.
@@ -35,6 +38,9 @@ public:
     void InsertTickettype(int count, TICKET_TYPE_NV first, ...);
     template <class T>
     void InsertValuesInList(int count, std::list<T>& target, T first, va_list rest);
+
+    // A lasting copy of a result column's name, for records and their elements.
+    const char* ColumnName(const std::string& name);
 
     int GetRecordCount();
     bool GetRecord(int index, std::list<TupElement*>& out);
@@ -58,6 +64,8 @@ private:
     // false when the index is refused.
     bool StepTo(int index);
     int m_recordCursorIndex = -1;  // position of m_recordCursor while it is not at the end
+    // Shared with copies, which share the records.
+    std::shared_ptr<std::list<std::string>> m_columnNames = std::make_shared<std::list<std::string>>();
 };
 
 template <class T>

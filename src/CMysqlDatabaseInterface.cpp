@@ -188,19 +188,6 @@ std::string Narrow(const void* wide) {
     return StringUtils::stringFromwstring(wide ? static_cast<const wchar_t*>(wide) : L"");
 }
 
-// Stores `text` in a new zero-filled wide array of length + 1.
-wchar_t* NewWideText(const std::wstring& text) {
-    wchar_t* copy = new wchar_t[text.size() + 1]();
-    std::wmemcpy(copy, text.data(), text.size());
-    return copy;
-}
-
-char* NewText(const std::string& text) {
-    char* copy = new char[text.size() + 1];
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
 // The leading decimal number of a key text, read as a stream reads an int:
 // blanks skipped, an optional sign, digits; none counts as 0, and a number
 // out of range gives the nearest limit.
@@ -225,12 +212,24 @@ int LeadingNumber(const std::string& text) {
 struct WorkingRecord {
     dl_Record record;
     ~WorkingRecord() {
-        for (auto& entry : record) {
-            delete entry.second;
-            delete[] const_cast<char*>(entry.first);
-        }
+        for (auto& entry : record) delete entry.second;
     }
 };
+
+// One cell of a result row as a record element named `name`: the column's
+// type chooses the tag and how the value is read. A type without a
+// conversion gives an element without a value (tag 10).
+TupElement* ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, const char* name) {
+    switch (columnType) {
+        case sql::DataType::INTEGER: return new TupElement(PARAM_INT, name, new int32_t(rows.getInt(index)));
+        case sql::DataType::VARCHAR:
+        case sql::DataType::LONGVARCHAR: {
+            const sql::SQLString text = rows.getString(index);
+            return new TupElement(PARAM_WSTRING, name, TupElement::AllocateText(text.c_str(), text.length()));
+        }
+        default: return new TupElement(PARAM_NO_VALUE, name, nullptr);
+    }
+}
 
 }  // namespace
 
@@ -472,10 +471,10 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             exitLine = L"Exiting CMysqlDatabaseInterface::GetBlob() : Failed Execution.";
             return;
         }
-        std::wstring content;
-        if (rows->next()) content = StringUtils::wstringFromstring(rows->getString(name));
-        // A previous text is not released: callers pass an empty _BLOB.
-        blob->data = NewWideText(content);
+        // Decoded straight into the blob's text. A previous text is not
+        // released: callers pass an empty _BLOB.
+        const sql::SQLString content = rows->next() ? rows->getString(name) : sql::SQLString();
+        blob->data = TupElement::AllocateText(content.c_str(), content.length());
         result = true;
     });
     return result;
@@ -513,36 +512,20 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             exitLine = nullptr;
             return;
         }
-        // The columns' types and names are the same on every row: read them once.
-        std::vector<std::pair<int, std::string>> columns;
+        // The columns' types and names are the same on every row: read them
+        // once; every record and element refers to the query's copy of a name.
+        std::vector<std::pair<int, const char*>> columns;
         while (rows->next()) {
             if (columns.empty()) {
                 sql::ResultSetMetaData* meta = rows->getMetaData();
                 for (unsigned int i = 1; i <= meta->getColumnCount(); ++i)
-                    columns.emplace_back(meta->getColumnType(i), std::string(meta->getColumnName(i)));
+                    columns.emplace_back(meta->getColumnType(i), query->ColumnName(meta->getColumnName(i)));
             }
             WorkingRecord working;
             for (unsigned int i = 1; i <= columns.size(); ++i) {
-                const std::string& name = columns[i - 1].second;
-                std::unique_ptr<TupElement> element(new TupElement());
-                switch (columns[i - 1].first) {
-                    case sql::DataType::INTEGER:
-                        element->type = PARAM_INT;
-                        element->value = new int32_t(rows->getInt(i));
-                        break;
-                    case sql::DataType::VARCHAR:
-                    case sql::DataType::LONGVARCHAR:
-                        element->type = PARAM_WSTRING;
-                        element->value = NewWideText(StringUtils::wstringFromstring(rows->getString(i)));
-                        break;
-                    default: break;  // no value: tag 10
-                }
-                element->name = NewText(name);
-                std::unique_ptr<char[]> key(NewText(name));
-                if (working.record.insert(std::make_pair(key.get(), element.get())).second) {
-                    key.release();
+                std::unique_ptr<TupElement> element(ReadCell(*rows, i, columns[i - 1].first, columns[i - 1].second));
+                if (working.record.insert(std::make_pair(columns[i - 1].second, element.get())).second)
                     element.release();
-                }
             }
             if (!working.record.empty()) {
                 query->m_records.push_back(dl_Record());

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "../platform/src/Utf8.h"
 #include "TimeStamp.h"
 
 static char* CopyName(const char* name) {
@@ -14,16 +15,21 @@ static char* CopyName(const char* name) {
     return copy;
 }
 
-TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr) {}
+TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr), m_ownsName(true) {}
 
-TupElement::TupElement(const TupElement& other) : type(other.type), value(nullptr), name(CopyName(other.name)) {
+TupElement::TupElement(PARAM_TYPE_NV cellType, const char* columnName, void* cellValue)
+    : type(cellType), value(cellValue), name(const_cast<char*>(columnName)), m_ownsName(false) {}
+
+TupElement::TupElement(const TupElement& other)
+    : type(other.type), value(nullptr), name(CopyName(other.name)), m_ownsName(true) {
     AllocateValue(type, other.value, value);
 }
 
 TupElement& TupElement::operator=(TupElement& other) {
     if (this == &other) return *this;
-    delete[] name;
+    if (m_ownsName) delete[] name;
     name = CopyName(other.name);
+    m_ownsName = true;
     type = other.type;
     DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
     value = nullptr;
@@ -32,13 +38,14 @@ TupElement& TupElement::operator=(TupElement& other) {
 }
 
 TupElement::~TupElement() {
-    delete[] name;
+    if (m_ownsName) delete[] name;
     DeletVoidPtr(type, value);
 }
 
 void TupElement::InsertTupValue(PARAM_TYPE_NV newType, const char* newName, const void* newValue) {
     type = newType;
     name = CopyName(newName);  // a previous name is not freed: callers insert once
+    m_ownsName = true;
     AllocateValue(newType, newValue, value);
 }
 
@@ -91,4 +98,23 @@ void TupElement::DeletVoidPtr(PARAM_TYPE_NV type, void* value) {
         case PARAM_TIMESTAMP: delete static_cast<TimeStamp*>(value); break;
         default: break;
     }
+}
+
+wchar_t* TupElement::AllocateText(const char* utf8, std::size_t bytes) {
+    // Never more characters than bytes; decoded straight into the value.
+    wchar_t* text = new wchar_t[bytes + 1];
+    wchar_t* out = text;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
+    const unsigned char* const end = p + bytes;
+    while (p < end) {
+        if (*p < 0x80) {
+            *out++ = static_cast<wchar_t>(*p++);
+            continue;
+        }
+        char32_t cp;
+        p += norva_utf8::Decode(p, static_cast<std::size_t>(end - p), cp);
+        *out++ = static_cast<wchar_t>(cp);
+    }
+    *out = L'\0';
+    return text;
 }

@@ -14,7 +14,7 @@ dl_MultiValue::dl_MultiValue() {
     m_tableCursor = m_tableTypes.end();
 }
 
-dl_MultiValue::dl_MultiValue(const dl_MultiValue& other) : m_keys(other.m_keys) {
+dl_MultiValue::dl_MultiValue(const dl_MultiValue& other) : m_keys(other.m_keys), m_columnNames(other.m_columnNames) {
     for (const dl_Record& record : other.m_records) m_records.push_back(dl_Record(record.begin(), record.end()));
     m_recordCursor = m_records.end();
     m_keyCursor = m_keys.end();
@@ -26,11 +26,13 @@ dl_MultiValue::~dl_MultiValue() {
         dl_Record record;
         record.swap(m_records.front());
         m_records.pop_front();
-        for (auto& entry : record) {
-            delete entry.second;
-            delete[] const_cast<char*>(entry.first);
-        }
+        for (auto& entry : record) delete entry.second;  // the names are m_columnNames'
     }
+}
+
+const char* dl_MultiValue::ColumnName(const std::string& name) {
+    m_columnNames->push_back(name);
+    return m_columnNames->back().c_str();
 }
 
 void dl_MultiValue::InsertKeys(int count, const char* first, ...) {
