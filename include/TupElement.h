@@ -6,13 +6,13 @@
 #include "DataLayerTypes.h"
 
 // One named, typed value: a column of a result record or the value side of
-// a condition. Owns deep copies of its name and value, except that a result
-// cell refers to its column's name, which the query keeps.
+// a condition. Owns deep copies of its name and value, except a result
+// cell, whose name and value its query's result block keeps.
 class TupElement {
 public:
     TupElement();
-    // A result cell: takes `value` (allocated as AllocateValue allocates for
-    // `type`) and refers to `columnName`, which must outlive the element.
+    // A result cell: refers to `columnName` and `value`, which must outlive
+    // it. Assigned to, it owns what it is given.
     TupElement(PARAM_TYPE_NV type, const char* columnName, void* value);
     TupElement(const TupElement& other);
     // Releases the old value by the tag copied from the source, as callers
@@ -26,13 +26,16 @@ public:
     static void DeletVoidPtr(PARAM_TYPE_NV type, void* value);
     // A value for the text tags decoded from `bytes` bytes of UTF-8.
     static wchar_t* AllocateText(const char* utf8, std::size_t bytes);
+    // Decodes `bytes` bytes of UTF-8 into out (room for bytes + 1
+    // characters); returns the position of the terminating NUL.
+    static wchar_t* DecodeText(const char* utf8, std::size_t bytes, wchar_t* out);
 
     PARAM_TYPE_NV type;
     void* value;
     char* name;
 
 private:
-    bool m_ownsName;
+    bool m_owns;  // name and value
 };
 
 #endif

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 #include <type_traits>
 
 #include "CondList.h"
@@ -17,17 +18,19 @@ struct MystrCmp {
     bool operator()(const char* a, const char* b) const;
 };
 
-// One result record: bare column name -> element. The query owns the
-// elements; the names are its column names (ColumnName), shared by the
-// records and their elements.
+// One result record: bare column name -> element; both owned by the query.
 typedef std::map<const char*, TupElement*, MystrCmp> dl_Record;
 
-// One multi-record SELECT (columns, table, conditions) and, once run, its rows.
+class ResultBlock;
+
+// One multi-record SELECT (columns, table, conditions) and, once run, its
+// rows: the records of m_records, then the rows of each result block the
+// store added (AddResult), whose elements live in the block.
 class dl_MultiValue {
 public:
     dl_MultiValue();
-    // Shallow: shares the records' elements with the source; tables,
-    // conditions and StartStatement start empty.
+    // Shallow: shares the records' elements with the source (the result
+    // blocks with them); tables, conditions and StartStatement start empty.
     dl_MultiValue(const dl_MultiValue& other);
     ~dl_MultiValue();
     dl_MultiValue& operator=(const dl_MultiValue&) = delete;
@@ -39,8 +42,8 @@ public:
     template <class T>
     void InsertValuesInList(int count, std::list<T>& target, T first, va_list rest);
 
-    // A lasting copy of a result column's name, for records and their elements.
-    const char* ColumnName(const std::string& name);
+    // Appends the rows of one result, as many as it holds whole at any time.
+    void AddResult(std::shared_ptr<ResultBlock> result);
 
     int GetRecordCount();
     bool GetRecord(int index, std::list<TupElement*>& out);
@@ -64,8 +67,9 @@ private:
     // false when the index is refused.
     bool StepTo(int index);
     int m_recordCursorIndex = -1;  // position of m_recordCursor while it is not at the end
-    // Shared with copies, which share the records.
-    std::shared_ptr<std::list<std::string>> m_columnNames = std::make_shared<std::list<std::string>>();
+    // The result block holding record `index` past m_records, and its row there.
+    ResultBlock* Locate(int index, size_t& row);
+    std::vector<std::shared_ptr<ResultBlock>> m_results;
 };
 
 template <class T>

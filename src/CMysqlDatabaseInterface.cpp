@@ -19,6 +19,7 @@
 
 #include "dl_MultiValue.h"
 #include "private/MutexLock.h"
+#include "private/ResultBlock.h"
 #include "utility.h"
 
 namespace {
@@ -208,26 +209,19 @@ int LeadingNumber(const std::string& text) {
     return static_cast<int>(negative ? -value : value);
 }
 
-// A record being read; frees what it still holds if reading stops half-way.
-struct WorkingRecord {
-    dl_Record record;
-    ~WorkingRecord() {
-        for (auto& entry : record) delete entry.second;
-    }
-};
-
-// One cell of a result row as a record element named `name`: the column's
-// type chooses the tag and how the value is read. A type without a
-// conversion gives an element without a value (tag 10).
-TupElement* ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, const char* name) {
+// One cell of a result row into the block: the column's type chooses the
+// kind of cell and how the value is read. A type without a conversion gives
+// a cell without a value (tag 10).
+void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, ResultBlock& block) {
     switch (columnType) {
-        case sql::DataType::INTEGER: return new TupElement(PARAM_INT, name, new int32_t(rows.getInt(index)));
+        case sql::DataType::INTEGER: block.Int(rows.getInt(index)); break;
         case sql::DataType::VARCHAR:
         case sql::DataType::LONGVARCHAR: {
             const sql::SQLString text = rows.getString(index);
-            return new TupElement(PARAM_WSTRING, name, TupElement::AllocateText(text.c_str(), text.length()));
+            block.Text(text.c_str(), text.length());
+            break;
         }
-        default: return new TupElement(PARAM_NO_VALUE, name, nullptr);
+        default: block.None();
     }
 }
 
@@ -513,24 +507,23 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             return;
         }
         // The columns' types and names are the same on every row: read them
-        // once; every record and element refers to the query's copy of a name.
-        std::vector<std::pair<int, const char*>> columns;
+        // once. The cells go into one block, which the query holds from the
+        // start: should reading stop half-way, the rows read whole stay.
+        std::vector<int> types;
+        std::shared_ptr<ResultBlock> block;
         while (rows->next()) {
-            if (columns.empty()) {
+            if (!block) {
                 sql::ResultSetMetaData* meta = rows->getMetaData();
-                for (unsigned int i = 1; i <= meta->getColumnCount(); ++i)
-                    columns.emplace_back(meta->getColumnType(i), query->ColumnName(meta->getColumnName(i)));
+                std::vector<std::string> names;
+                for (unsigned int i = 1; i <= meta->getColumnCount(); ++i) {
+                    types.push_back(meta->getColumnType(i));
+                    names.emplace_back(meta->getColumnName(i));
+                }
+                if (types.empty()) break;
+                block = std::make_shared<ResultBlock>(std::move(names), rows->rowsCount());
+                query->AddResult(block);
             }
-            WorkingRecord working;
-            for (unsigned int i = 1; i <= columns.size(); ++i) {
-                std::unique_ptr<TupElement> element(ReadCell(*rows, i, columns[i - 1].first, columns[i - 1].second));
-                if (working.record.insert(std::make_pair(columns[i - 1].second, element.get())).second)
-                    element.release();
-            }
-            if (!working.record.empty()) {
-                query->m_records.push_back(dl_Record());
-                query->m_records.back().swap(working.record);
-            }
+            for (unsigned int i = 1; i <= types.size(); ++i) ReadCell(*rows, i, types[i - 1], *block);
         }
     });
 }

@@ -15,37 +15,38 @@ static char* CopyName(const char* name) {
     return copy;
 }
 
-TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr), m_ownsName(true) {}
+TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr), m_owns(true) {}
 
 TupElement::TupElement(PARAM_TYPE_NV cellType, const char* columnName, void* cellValue)
-    : type(cellType), value(cellValue), name(const_cast<char*>(columnName)), m_ownsName(false) {}
+    : type(cellType), value(cellValue), name(const_cast<char*>(columnName)), m_owns(false) {}
 
 TupElement::TupElement(const TupElement& other)
-    : type(other.type), value(nullptr), name(CopyName(other.name)), m_ownsName(true) {
+    : type(other.type), value(nullptr), name(CopyName(other.name)), m_owns(true) {
     AllocateValue(type, other.value, value);
 }
 
 TupElement& TupElement::operator=(TupElement& other) {
     if (this == &other) return *this;
-    if (m_ownsName) delete[] name;
+    if (m_owns) delete[] name;
     name = CopyName(other.name);
-    m_ownsName = true;
     type = other.type;
-    DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
+    if (m_owns) DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
+    m_owns = true;
     value = nullptr;
     AllocateValue(type, other.value, value);
     return *this;
 }
 
 TupElement::~TupElement() {
-    if (m_ownsName) delete[] name;
+    if (!m_owns) return;
+    delete[] name;
     DeletVoidPtr(type, value);
 }
 
 void TupElement::InsertTupValue(PARAM_TYPE_NV newType, const char* newName, const void* newValue) {
     type = newType;
     name = CopyName(newName);  // a previous name is not freed: callers insert once
-    m_ownsName = true;
+    m_owns = true;
     AllocateValue(newType, newValue, value);
 }
 
@@ -101,9 +102,13 @@ void TupElement::DeletVoidPtr(PARAM_TYPE_NV type, void* value) {
 }
 
 wchar_t* TupElement::AllocateText(const char* utf8, std::size_t bytes) {
-    // Never more characters than bytes; decoded straight into the value.
+    // Never more characters than bytes.
     wchar_t* text = new wchar_t[bytes + 1];
-    wchar_t* out = text;
+    DecodeText(utf8, bytes, text);
+    return text;
+}
+
+wchar_t* TupElement::DecodeText(const char* utf8, std::size_t bytes, wchar_t* out) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
     const unsigned char* const end = p + bytes;
     while (p < end) {
@@ -116,5 +121,5 @@ wchar_t* TupElement::AllocateText(const char* utf8, std::size_t bytes) {
         *out++ = static_cast<wchar_t>(cp);
     }
     *out = L'\0';
-    return text;
+    return out;
 }

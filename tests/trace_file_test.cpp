@@ -19,7 +19,9 @@ std::string ReadAll(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// Lines go to `path`, emptied first, from level 5 up.
 void UseLogFile(const std::string& path) {
+    std::remove(path.c_str());
     const std::string conf = path + ".conf";
     std::ofstream(conf) << "LogLevel = 5\nLogFile = " << path << "\n";
     ASSERT_TRUE(ConfigurationControl::Load(conf));
@@ -28,7 +30,6 @@ void UseLogFile(const std::string& path) {
 
 TEST(TraceFile, LineSurvivesAKillRightAfterLog) {
     const std::string path = "./killed.log";
-    std::remove(path.c_str());
     UseLogFile(path);
     const pid_t child = ::fork();
     if (child == 0) {
