@@ -8,6 +8,8 @@
 #
 # NORVA_BENCH_ROUNDS (default 5): interleaved rounds per benchmark; the
 # table shows the best round of each side.
+# NORVA_BENCH_POOL (default 4): Connections of the second run, which repeats
+# the throughput benchmarks (0: no second run).
 # The server keeps its data in /dev/shm when that is available, so that the
 # disk's flush latency does not drown the client-side figures; set
 # NORVA_BENCH_ON_DISK=1 to keep it under /tmp instead (see bench/README.md).
@@ -47,6 +49,15 @@ start=$SECONDS
     cat "$work/stderr.txt" >&2
     exit 1
 }
+# The throughput benchmarks again, the library configured with a pool.
+pool=${NORVA_BENCH_POOL:-4}
+if ((pool > 1)); then
+    (cd "$work" && NORVA_BENCH_ROUNDS="$rounds" NORVA_BENCH_CONNECTIONS="$pool" "$build/bench/norva_bench" \
+        --benchmark_format=csv "$@" --benchmark_filter='^Threads') 2>"$work/stderr-pool.txt" | tail -n +2 >>"$csv" || {
+        cat "$work/stderr-pool.txt" >&2
+        exit 1
+    }
+fi
 echo "run-bench: done in $((SECONDS - start)) s" >&2
 
 # One row per operation and trace setting: each side's best round, and the
@@ -62,6 +73,7 @@ function label(op) {
     if (op == "GetJDF_1MiB") return "GetJDF, 1 MiB ticket"
     if (op == "GetAllQueueEntryIDs_10000") return "GetAllQueueEntryIDs, 10,000 rows"
     if (op == "StatusSubGetRecords_1000") return "GetRecords (status subs), 1,000 rows"
+    if (op == "LoggerLog") return "Logger::log, one line (raw: write(2))"
     return op
 }
 function duration(us) {
@@ -78,6 +90,15 @@ NR == 1 {
     name = $1; gsub(/"/, "", name)
     split(name, part, "/")
     op = part[1]; side = part[2]; trace = (part[3] == "trace_on") ? "on" : "off"
+    if (op ~ /^Threads/) {
+        # Throughput: the best round by operations per second, with its CPU figures.
+        if ($col["error_occurred"] == "true") { terr[op, side] = $col["error_message"] }
+        rate = $col["items_per_second"] + 0
+        if (!((op, side) in best) || rate > best[op, side]) {
+            best[op, side] = rate; scpu[op, side] = $col["server_cpu_us"] + 0; ccpu[op, side] = $col["client_cpu_us"] + 0
+        }
+        next
+    }
     key = op SUBSEP trace
     if (!(key in seen)) { seen[key] = 1; order[++count] = key; opname[key] = op; tracename[key] = trace }
     if ($col["error_occurred"] == "true") { err[key] = $col["error_message"]; next }
@@ -99,4 +120,22 @@ END {
         printf fmt, label(opname[k]), tracename[k], duration(lib), duration(raw), ratio,
             mib(peak[k, "lib"]) " / " mib(peak[k, "raw"])
     }
-}' "$csv"
+    # Throughput, operations per second over all threads; CPU microseconds
+    # per operation of the server and of this process (library or raw side).
+    print ""
+    tfmt = "%-18s | %7s | %15s | %8s | %15s | %-23s | %-23s\n"
+    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "raw ops/s", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
+    line = sprintf(tfmt, "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
+    print line
+    split("GetTicketStatus UpdateTicketStatus", ops, " ")
+    for (o = 1; o <= 2; o++) {
+        for (n = 1; n <= 8; n *= 2) {
+            a = "Threads" ops[o] "_c1_t" n; b = "Threads" ops[o] "_c" pool "_t" n; r = "Threads" ops[o] "_c" n "_t" n
+            if (!((a, "lib") in best)) continue
+            ra = best[a, "lib"]; rb = best[b, "lib"]; rr = best[r, "raw"]
+            printf tfmt, ops[o], n, sprintf("%.0f / %.0f", ra, rb), (ra > 0 && rb > 0) ? sprintf("%.2fx", rb / ra) : "-",
+                sprintf("%.0f", rr), sprintf("%.1f / %.1f / %.1f", scpu[a, "lib"], scpu[b, "lib"], scpu[r, "raw"]),
+                sprintf("%.1f / %.1f / %.1f", ccpu[a, "lib"], ccpu[b, "lib"], ccpu[r, "raw"])
+        }
+    }
+}' pool="$pool" "$csv"
