@@ -8,8 +8,9 @@
 #
 # NORVA_BENCH_ROUNDS (default 5): interleaved rounds per benchmark; the
 # table shows the best round of each side.
-# NORVA_BENCH_POOL (default 4): Connections of the second run, which repeats
-# the throughput benchmarks (0: no second run).
+# NORVA_BENCH_THREADS (default 1 without options, else 0): run the throughput
+# benchmarks; NORVA_BENCH_POOL (default 4): the library's Connections in their
+# second process (0: none).
 # The server keeps its data in /dev/shm when that is available, so that the
 # disk's flush latency does not drown the client-side figures; set
 # NORVA_BENCH_ON_DISK=1 to keep it under /tmp instead (see bench/README.md).
@@ -20,6 +21,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 cd "$root"
 build="$root/build/bench"
 rounds=${NORVA_BENCH_ROUNDS:-5}
+pool=${NORVA_BENCH_POOL:-4}
+threads=${NORVA_BENCH_THREADS:-$(($# == 0))}
 
 bash scripts/install-deps.sh
 mkdir -p "$build"
@@ -44,19 +47,28 @@ private_db_scratch+=("$work")
 csv="$build/bench-results.csv"
 echo "run-bench: running the benchmarks ($rounds rounds, a few minutes)..." >&2
 start=$SECONDS
-(cd "$work" && NORVA_BENCH_ROUNDS="$rounds" "$build/bench/norva_bench" --benchmark_format=csv "$@") \
-    >"$csv" 2>"$work/stderr.txt" || {
-    cat "$work/stderr.txt" >&2
-    exit 1
-}
-# The throughput benchmarks again, the library configured with a pool.
-pool=${NORVA_BENCH_POOL:-4}
-if ((pool > 1)); then
-    (cd "$work" && NORVA_BENCH_ROUNDS="$rounds" NORVA_BENCH_CONNECTIONS="$pool" "$build/bench/norva_bench" \
-        --benchmark_format=csv "$@" --benchmark_filter='^Threads') 2>"$work/stderr-pool.txt" | tail -n +2 >>"$csv" || {
-        cat "$work/stderr-pool.txt" >&2
+# Runs the benchmark binary with the library's Connections and the given
+# options, appending its CSV rows (the header only once).
+bench() {
+    local connections=$1
+    shift
+    (cd "$work" && NORVA_BENCH_CONNECTIONS="$connections" "$build/bench/norva_bench" --benchmark_format=csv "$@") \
+        >"$work/part.csv" 2>"$work/stderr.txt" || {
+        cat "$work/stderr.txt" >&2
         exit 1
     }
+    if [[ -s $csv ]]; then tail -n +2 "$work/part.csv" >>"$csv"; else cat "$work/part.csv" >>"$csv"; fi
+}
+: >"$csv"
+NORVA_BENCH_ROUNDS="$rounds" bench 1 --benchmark_filter='-^Threads' "$@"
+# Throughput: the library with one connection and with a pool, each round a
+# process of each, back to back, so that a change in the machine's load hits
+# both alike (Connections is read once per process).
+if ((threads)); then
+    for ((round = 1; round <= rounds; round++)); do
+        NORVA_BENCH_ROUNDS=1 bench 1 --benchmark_filter='^Threads'
+        if ((pool > 1)); then NORVA_BENCH_ROUNDS=1 bench "$pool" --benchmark_filter='^Threads.*/lib/'; fi
+    done
 fi
 echo "run-bench: done in $((SECONDS - start)) s" >&2
 

@@ -52,8 +52,17 @@ void ResultBlock::Time(const TimeStamp& value) {
 std::size_t ResultBlock::Rows() const { return m_names.empty() ? 0 : m_cells.size() / m_names.size(); }
 
 void ResultBlock::Record(std::size_t row, std::list<TupElement*>& out) {
+    // The list's nodes are reused: a caller walking the records with one
+    // list allocates for the first record only.
     TupElement* first = &m_cells[row * m_names.size()];
-    for (std::size_t column : m_order) out.push_back(first + column);
+    std::list<TupElement*>::iterator at = out.begin();
+    for (std::size_t column : m_order) {
+        if (at == out.end())
+            out.push_back(first + column);
+        else
+            *at++ = first + column;
+    }
+    out.erase(at, out.end());
 }
 
 TupElement* ResultBlock::Element(std::size_t row, const char* name) {

@@ -98,7 +98,6 @@ bool dl_MultiValue::StepTo(int index) {
 bool dl_MultiValue::GetRecord(int index, std::list<TupElement*>& out) {
     size_t row = 0;
     if (ResultBlock* result = Locate(index, row)) {
-        out.clear();
         result->Record(row, out);
         return true;
     }

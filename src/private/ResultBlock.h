@@ -28,7 +28,7 @@ public:
     void Time(const TimeStamp& value);
 
     std::size_t Rows() const;
-    // Row `row`'s elements, one per distinct column name, ordered by name.
+    // Sets out to row `row`'s elements, one per distinct column name, ordered by name.
     void Record(std::size_t row, std::list<TupElement*>& out);
     // Row `row`'s element of the column named `name`; null when none is.
     TupElement* Element(std::size_t row, const char* name);
