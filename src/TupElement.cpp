@@ -112,6 +112,14 @@ wchar_t* TupElement::DecodeText(const char* utf8, std::size_t bytes, wchar_t* ou
     const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
     const unsigned char* const end = p + bytes;
     while (p < end) {
+        // ASCII, the common case, eight bytes at a time.
+        std::uint64_t block;
+        if (end - p >= 8 && (std::memcpy(&block, p, 8), (block & 0x8080808080808080ULL) == 0)) {
+            for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(p[k]);
+            out += 8;
+            p += 8;
+            continue;
+        }
         if (*p < 0x80) {
             *out++ = static_cast<wchar_t>(*p++);
             continue;
