@@ -2,7 +2,8 @@
 // bare connector sending the same statements (RawStore), each with the
 // data layer's trace off and with it on, written to a file.
 //
-// NORVA_BENCH_ROUNDS (default 1) sets how often each one runs.
+// NORVA_BENCH_ROUNDS (default 1) sets how often each one runs;
+// NORVA_BENCH_CONNECTIONS (default 1) the library's Connections.
 //
 // Before an operation is timed, both sides run it once: the statements the
 // raw side sends must be exactly those the library logged, and both must
@@ -11,6 +12,8 @@
 #include <Logger.h>
 #include <StringUtils.h>
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +26,7 @@
 #include <iostream>
 #include <list>
 #include <map>
+#include <mutex>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -169,6 +173,13 @@ long FileSize(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 ? static_cast<long>(info.st_size) : 0;
 }
 
+// The CSV output takes its columns from the first benchmark: every benchmark
+// sets all of these, the ones it does not measure to 0.
+void ZeroCounters(benchmark::State& state) {
+    for (const char* name : {"peak_MiB", "base_MiB", "log_bytes", "server_cpu_us", "client_cpu_us"})
+        state.counters[name] = 0;
+}
+
 void Measure(benchmark::State& state, const Operation& op, bool library, bool trace) {
     Get();
     benchdata::Load(op.family);
@@ -200,6 +211,7 @@ void Measure(benchmark::State& state, const Operation& op, bool library, bool tr
         }
     }
     logger->SetLevel(kTraceOff);
+    ZeroCounters(state);
     state.counters["peak_MiB"] = benchdata::PeakMiB();
     state.counters["base_MiB"] = base;
     state.counters["log_bytes"] =
@@ -265,6 +277,124 @@ std::vector<Operation>& Operations() {
     return ops;
 }
 
+// --- Logger::log alone -------------------------------------------------------
+
+// One trace line per call, alternating between the two shapes the data layer
+// writes most: a fixed text and a statement passed as %ls. The raw side
+// writes the same bytes with one write(2) each to a file of its own.
+const wchar_t* const kEntryLine = L"Inside CMysqlDatabaseInterface::GetParameter()";
+const wchar_t* const kStatementLine = L"SELECT STATUS FROM JDFTICKET WHERE QENTRYID = '500'";
+
+void MeasureLogLine(benchmark::State& state, bool library) {
+    Logger* logger = Logger::Initialise();
+    const std::string rawPath = g_logPath + ".raw";
+    int rawFile = -1;
+    if (library) {
+        if (::truncate(g_logPath.c_str(), 0) != 0 && errno != ENOENT) std::perror(g_logPath.c_str());
+        logger->SetLevel(kTraceOn);
+    } else {
+        rawFile = ::open(rawPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    }
+    const std::string entry = StringUtils::UTF8FromUni(kEntryLine) + "\n";
+    const std::string statement = StringUtils::UTF8FromUni(kStatementLine) + "\n";
+    int64_t i = 0;
+    for (auto _ : state) {
+        const bool even = (i++ & 1) == 0;
+        if (library) {
+            if (even)
+                logger->log(LOG_LEVEL_5, kEntryLine);
+            else
+                logger->log(LOG_LEVEL_5, L"%ls", kStatementLine);
+        } else {
+            const std::string& line = even ? entry : statement;
+            if (::write(rawFile, line.data(), line.size()) < 0) state.SkipWithError("write failed");
+        }
+    }
+    logger->SetLevel(kTraceOff);
+    if (rawFile >= 0) ::close(rawFile);
+    ZeroCounters(state);
+    state.counters["peak_MiB"] = benchdata::PeakMiB();
+}
+
+// --- throughput from several threads ------------------------------------------
+
+// How many connections the library was configured with (NORVA_BENCH_CONNECTIONS).
+int g_connections = 1;
+
+// CPU time (user + system, microseconds) of the database server, read from
+// /proc/<pid>/stat with the pid from the server's directory; -1 when unknown.
+double ServerCpuMicros() {
+    const char* dir = std::getenv("NORVA_TEST_DB_DIR");
+    if (dir == nullptr) return -1;
+    std::ifstream pidFile(std::string(dir) + "/mysqld.pid");
+    long pid = 0;
+    if (!(pidFile >> pid)) return -1;
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), {});
+    const size_t close = text.rfind(')');
+    if (close == std::string::npos) return -1;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    unsigned long long user = 0, system = 0;
+    for (int n = 3; n <= 15 && fields >> field; ++n) {  // fields 14 and 15: utime, stime
+        if (n == 14) user = std::stoull(field);
+        if (n == 15) system = std::stoull(field);
+    }
+    return 1e6 * static_cast<double>(user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+double ProcessCpuMicros() {
+    struct rusage usage;
+    ::getrusage(RUSAGE_SELF, &usage);
+    return 1e6 * (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) + usage.ru_utime.tv_usec + usage.ru_stime.tv_usec;
+}
+
+// The raw side's connections, one per benchmark thread.
+RawStore& RawForThread(int index) {
+    static std::mutex lock;
+    static std::vector<std::unique_ptr<RawStore>> stores(64);
+    std::lock_guard<std::mutex> guard(lock);
+    if (!stores[index]) stores[index].reset(new RawStore(benchdata::Host()));
+    return *stores[index];
+}
+
+// Each thread reads or updates a ticket of its own (keys 500, 501, ...), so
+// that no two wait for one row lock. The library shares its providers
+// between the threads; the raw side has a connection per thread.
+void MeasureThreads(benchmark::State& state, bool update, bool library) {
+    const int thread = state.thread_index();
+    const std::wstring key = std::to_wstring(500 + thread);
+    RawStore* raw = library ? nullptr : &RawForThread(thread);
+    double serverBefore = 0, clientBefore = 0;
+    if (thread == 0) {
+        Get();
+        benchdata::Load(Family{Kind::Tickets, 0});
+        Logger::Initialise()->SetLevel(kTraceOff);
+        serverBefore = ServerCpuMicros();
+        clientBefore = ProcessCpuMicros();
+    }
+    int64_t i = 0;
+    int status = 0;
+    bool ok = true;
+    for (auto _ : state) {
+        if (update) {
+            const int value = 2 - (i++ & 1);
+            ok &= library ? Get().tickets->UpdateTicketStatus(key, value) : raw->UpdateTicketStatus(key, value);
+        } else {
+            ok &= library ? Get().tickets->GetTicketStatus(key, status) : raw->GetTicketStatus(key, status);
+        }
+    }
+    if (!ok) state.SkipWithError("an operation failed");
+    state.SetItemsProcessed(state.iterations());
+    if (thread == 0) {
+        // Counters are summed over the threads: only the first one sets these.
+        const double operations = static_cast<double>(state.iterations()) * state.threads();
+        ZeroCounters(state);
+        state.counters["server_cpu_us"] = (ServerCpuMicros() - serverBefore) / operations;
+        state.counters["client_cpu_us"] = (ProcessCpuMicros() - clientBefore) / operations;
+    }
+}
+
 // Each benchmark runs in `rounds` rounds; within a round of an operation
 // and trace setting the library and the raw side run back to back, so that
 // a change in the machine's load between rounds hits both alike.
@@ -287,6 +417,38 @@ void RegisterAll(int rounds) {
             }
         }
     }
+    for (int round = 1; round <= rounds; ++round) {
+        for (bool library : {true, false}) {
+            const std::string name = std::string("LoggerLog") + (library ? "/lib" : "/raw") +
+                                     "/trace_on/round:" + std::to_string(round);
+            benchmark::RegisterBenchmark(name.c_str(), [library](benchmark::State& state) {
+                MeasureLogLine(state, library);
+            })->Unit(benchmark::kMicrosecond)->MinTime(kMinTime);
+        }
+    }
+    // Named Threads<operation>_c<connections>_t<threads>; the raw side (a
+    // connection per thread) only in the run with one library connection.
+    for (bool update : {false, true}) {
+        for (int threads : {1, 2, 4, 8}) {
+            for (int round = 1; round <= rounds; ++round) {
+                for (bool library : {true, false}) {
+                    if (!library && g_connections != 1) continue;
+                    const std::string name = std::string("Threads") +
+                                             (update ? "UpdateTicketStatus" : "GetTicketStatus") + "_c" +
+                                             std::to_string(library ? g_connections : threads) + "_t" +
+                                             std::to_string(threads) + (library ? "/lib" : "/raw") +
+                                             "/trace_off/round:" + std::to_string(round);
+                    benchmark::RegisterBenchmark(name.c_str(), [update, library](benchmark::State& state) {
+                        MeasureThreads(state, update, library);
+                    })
+                        ->Threads(threads)
+                        ->UseRealTime()
+                        ->Unit(benchmark::kMicrosecond)
+                        ->MinTime(1.0);
+                }
+            }
+        }
+    }
 }
 
 // Points the library at the server and its log file before anything is made.
@@ -298,7 +460,10 @@ void ConfigureLibrary() {
     const std::string conf = dir + "/norva-bench.conf";
     {
         std::ofstream out(conf);
-        out << "# written by norva_bench\nLogLevel = " << kTraceOff << "\nLogFile = " << g_logPath << "\n";
+        const char* connections = std::getenv("NORVA_BENCH_CONNECTIONS");
+        if (connections && std::atoi(connections) > 0) g_connections = std::atoi(connections);
+        out << "# written by norva_bench\nLogLevel = " << kTraceOff << "\nLogFile = " << g_logPath
+            << "\nConnections = " << g_connections << "\n";
     }
     if (!ConfigurationControl::Load(conf)) {
         std::cerr << "norva_bench: cannot read " << conf << "\n";

@@ -14,7 +14,6 @@ namespace sql {
 class ResultSet;
 }
 class Logger;
-class TupElement;
 struct StoreProfile;
 
 /// The MySQL implementation of the generic store; one per process.
@@ -119,8 +118,6 @@ private:
     void Literal(std::ostringstream& out, PARAM_TYPE_NV type, const void* value);
     /// Text that goes between single quotes.
     std::string Quotable(const std::string& text) const;
-    /// One cell of a result row into `element`.
-    void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, TupElement& element);
     /// The safe profile's identifier: reserved in MAXID (sequential) or the
     /// lowest free key (the row insert then decides); false when none.
     bool ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType);
@@ -148,7 +145,6 @@ private:
     std::string m_password;
     std::string m_hostName;
     bool m_bIDPattern;
-    bool m_bInTurn;  ///< inside BeginTurn's transaction: no statement is run again on its own
     const StoreProfile* m_pProfile;
     Logger* m_pLogger;
 };

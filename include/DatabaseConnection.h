@@ -1,6 +1,7 @@
 #ifndef NORVA_DATABASECONNECTION_H
 #define NORVA_DATABASECONNECTION_H
 
+#include <memory>
 #include <string>
 
 #include "mutex.h"
@@ -12,28 +13,29 @@ class ResultSet;
 }  // namespace sql
 class Logger;
 
-/// The one MySQL connection of the process. Every statement of the store
-/// runs through ExecuteSqlQuery, which checks the connection first and
-/// re-opens it when it is missing.
+/// The MySQL connections of the process: one, or as many as the configuration
+/// key Connections asks for, read when the instance is made. Every statement
+/// of the store runs through Execute on one connection, which is checked
+/// first and re-opened when it is missing.
 class CDatabaseConnection {
 public:
     /// Connects at once (see InitConnection); a failure is only logged, and
     /// the first statement tries again. Use GetInstance().
     CDatabaseConnection(const std::string& hostName, const std::string& userName,
                         const std::string& password);
-    /// Does not close the connection.
+    /// Does not close the connections.
     ~CDatabaseConnection();
 
-    /// The connection of the process, created on the first call with these
+    /// The connections of the process, created on the first call with these
     /// credentials (later arguments are ignored). The store makes that call
     /// with DBIPAddr and the compiled-in account. Not synchronised.
     static CDatabaseConnection* GetInstance(const std::string& hostName, const std::string& userName,
                                             const std::string& password);
 
-    /// Opens a connection to schema jdfdb with the stored host and account
-    /// (utf8mb4, automatic reconnect). `false` when the connector refused;
-    /// its message, error number and SQL state are logged ("SQLException in",
-    /// "ERROR: ...", "MySQL error code: ...", "SQLState: ...").
+    /// Opens every connection to schema jdfdb with the stored host and account
+    /// (utf8mb4, automatic reconnect). `false` when the connector refused the
+    /// last one; its message, error number and SQL state are logged
+    /// ("SQLException in", "ERROR: ...", "MySQL error code: ...", "SQLState: ...").
     bool InitConnection();
     /// Runs one statement; returns its result set (owned by the caller) or null.
     sql::ResultSet* ExecuteSqlQuery(std::string& query);
@@ -48,27 +50,34 @@ public:
     Outcome Execute(std::string& query);
 
     /// While a Pin lives, the statements its thread runs through this object
-    /// share one connection (for work that spans statements, such as
-    /// LAST_INSERT_ID()). With a single connection it has nothing to do.
+    /// share one connection, which no other thread uses meanwhile (for work
+    /// that spans statements, such as LAST_INSERT_ID()). Pins of one thread
+    /// nest. With a single connection it has nothing to do. Take a Pin
+    /// before any lock of the store, never while holding one.
     class Pin {
     public:
-        /// Marks the calling thread's statements on `connection` until destroyed.
-        explicit Pin(CDatabaseConnection* connection) : m_pConnection(connection) {}
+        /// Holds one connection for the calling thread until destroyed.
+        explicit Pin(CDatabaseConnection* connection);
+        /// Hands the connection back (the outermost Pin of the thread).
+        ~Pin();
         Pin(const Pin&) = delete;
         Pin& operator=(const Pin&) = delete;
 
     private:
         CDatabaseConnection* m_pConnection;
     };
-    /// Opens a new connection after a drop. Answers `false` even when it
-    /// succeeded, so the statement that noticed the drop is not run (its
-    /// caller sees a failure) and the next one uses the new connection.
+
+    /// How many connections statements are spread over (the Connections key).
+    int Size() const;
+
+    /// Re-opens the connection the calling thread would use. Answers `false`
+    /// even when it succeeded, so the statement that noticed the drop is not
+    /// run (its caller sees a failure) and the next one uses the new connection.
     bool ReEstablishConnection();
 
-    /// There is no pool: these exist and do nothing.
-    /// Null: there is no pool to hand out from.
+    /// The pool is internal: null.
     sql::Connection* GetDBConnecion();
-    /// `false`: there is no pool.
+    /// `false`: the pool is internal.
     bool ReInitConnectionPool();
     /// Does nothing.
     void ReleaseConnection();
@@ -83,14 +92,20 @@ public:
     CDatabaseConnection& operator=(const CDatabaseConnection&) = delete;
 
 private:
-    mutex m_mutex;
+    struct Slot;
+    struct Pool;
+    class Lease;
+
+    bool Connect(Slot& slot);
+    bool ReEstablish(Slot& slot);
+
     std::string m_userName;
     std::string m_password;
     std::string m_hostName;
-    sql::Connection* m_pConnection;
     sql::Driver* m_pDriver;
     bool m_bConnected;
     Logger* m_pLogger;
+    std::unique_ptr<Pool> m_pPool;
 };
 
 #endif

@@ -4,8 +4,10 @@
 #include <cstdarg>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "CondList.h"
 #include "DataLayerTypes.h"
@@ -23,13 +25,17 @@ struct MystrCmp {
 /// One result record: bare column name -> element; both owned by the query.
 typedef std::map<const char*, TupElement*, MystrCmp> dl_Record;
 
-/// One multi-record SELECT (columns, table, conditions) and, once run, its rows.
+class ResultBlock;
+
+/// One multi-record SELECT (columns, table, conditions) and, once run, its
+/// rows: the records of m_records, then the rows of each result block the
+/// store added (AddResult), whose elements live in the block.
 class dl_MultiValue {
 public:
     /// An empty query.
     dl_MultiValue();
-    /// Shallow: shares the records' elements with the source; tables,
-    /// conditions and StartStatement start empty.
+    /// Shallow: shares the records' elements with the source (the result
+    /// blocks with them); tables, conditions and StartStatement start empty.
     dl_MultiValue(const dl_MultiValue& other);
     /// Frees the records and their elements.
     ~dl_MultiValue();
@@ -44,6 +50,9 @@ public:
     /// `rest` (enums travel as int).
     template <class T>
     void InsertValuesInList(int count, std::list<T>& target, T first, va_list rest);
+
+    /// Appends the rows of one result, as many as it holds whole at any time.
+    void AddResult(std::shared_ptr<ResultBlock> result);
 
     /// Number of records read.
     int GetRecordCount();
@@ -76,6 +85,9 @@ private:
     /// false when the index is refused.
     bool StepTo(int index);
     int m_recordCursorIndex = -1;  ///< position of m_recordCursor while it is not at the end
+    /// The result block holding record `index` past m_records, and its row there.
+    ResultBlock* Locate(int index, size_t& row);
+    std::vector<std::shared_ptr<ResultBlock>> m_results;  ///< the rows the store added, block by block
 };
 
 template <class T>

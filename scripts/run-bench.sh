@@ -8,6 +8,9 @@
 #
 # NORVA_BENCH_ROUNDS (default 5): interleaved rounds per benchmark; the
 # table shows the best round of each side.
+# NORVA_BENCH_THREADS (default 1 without options, else 0): run the throughput
+# benchmarks; NORVA_BENCH_POOL (default 4): the library's Connections in their
+# second process (0: none).
 # The server keeps its data in /dev/shm when that is available, so that the
 # disk's flush latency does not drown the client-side figures; set
 # NORVA_BENCH_ON_DISK=1 to keep it under /tmp instead (see bench/README.md).
@@ -17,6 +20,8 @@ set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=run-common.sh
 . "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 rounds=${NORVA_BENCH_ROUNDS:-5}
+pool=${NORVA_BENCH_POOL:-4}
+threads=${NORVA_BENCH_THREADS:-$(($# == 0))}
 
 mkdir -p build/bench
 norva_build bench -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
@@ -35,11 +40,29 @@ private_db_scratch+=("$work")
 csv="$build/bench-results.csv"
 echo "run-bench: running the benchmarks ($rounds rounds, a few minutes)..." >&2
 start=$SECONDS
-(cd "$work" && NORVA_BENCH_ROUNDS="$rounds" "$build/bench/norva_bench" --benchmark_format=csv "$@") \
-    >"$csv" 2>"$work/stderr.txt" || {
-    cat "$work/stderr.txt" >&2
-    exit 1
+# Runs the benchmark binary with the library's Connections and the given
+# options, appending its CSV rows (the header only once).
+bench() {
+    local connections=$1
+    shift
+    (cd "$work" && NORVA_BENCH_CONNECTIONS="$connections" "$build/bench/norva_bench" --benchmark_format=csv "$@") \
+        >"$work/part.csv" 2>"$work/stderr.txt" || {
+        cat "$work/stderr.txt" >&2
+        exit 1
+    }
+    if [[ -s $csv ]]; then tail -n +2 "$work/part.csv" >>"$csv"; else cat "$work/part.csv" >>"$csv"; fi
 }
+: >"$csv"
+NORVA_BENCH_ROUNDS="$rounds" bench 1 --benchmark_filter='-^Threads' "$@"
+# Throughput: the library with one connection and with a pool, each round a
+# process of each, back to back, so that a change in the machine's load hits
+# both alike (Connections is read once per process).
+if ((threads)); then
+    for ((round = 1; round <= rounds; round++)); do
+        NORVA_BENCH_ROUNDS=1 bench 1 --benchmark_filter='^Threads'
+        if ((pool > 1)); then NORVA_BENCH_ROUNDS=1 bench "$pool" --benchmark_filter='^Threads.*/lib/'; fi
+    done
+fi
 echo "run-bench: done in $((SECONDS - start)) s" >&2
 
 # One row per operation and trace setting: each side's best round, and the
@@ -55,6 +78,7 @@ function label(op) {
     if (op == "GetJDF_1MiB") return "GetJDF, 1 MiB ticket"
     if (op == "GetAllQueueEntryIDs_10000") return "GetAllQueueEntryIDs, 10,000 rows"
     if (op == "StatusSubGetRecords_1000") return "GetRecords (status subs), 1,000 rows"
+    if (op == "LoggerLog") return "Logger::log, one line (raw: write(2))"
     return op
 }
 function duration(us) {
@@ -71,6 +95,15 @@ NR == 1 {
     name = $1; gsub(/"/, "", name)
     split(name, part, "/")
     op = part[1]; side = part[2]; trace = (part[3] == "trace_on") ? "on" : "off"
+    if (op ~ /^Threads/) {
+        # Throughput: the best round by operations per second, with its CPU figures.
+        if ($col["error_occurred"] == "true") { terr[op, side] = $col["error_message"] }
+        rate = $col["items_per_second"] + 0
+        if (!((op, side) in best) || rate > best[op, side]) {
+            best[op, side] = rate; scpu[op, side] = $col["server_cpu_us"] + 0; ccpu[op, side] = $col["client_cpu_us"] + 0
+        }
+        next
+    }
     key = op SUBSEP trace
     if (!(key in seen)) { seen[key] = 1; order[++count] = key; opname[key] = op; tracename[key] = trace }
     if ($col["error_occurred"] == "true") { err[key] = $col["error_message"]; next }
@@ -92,4 +125,22 @@ END {
         printf fmt, label(opname[k]), tracename[k], duration(lib), duration(raw), ratio,
             mib(peak[k, "lib"]) " / " mib(peak[k, "raw"])
     }
-}' "$csv"
+    # Throughput, operations per second over all threads; CPU microseconds
+    # per operation of the server and of this process (library or raw side).
+    print ""
+    tfmt = "%-18s | %7s | %15s | %8s | %15s | %-23s | %-23s\n"
+    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "raw ops/s", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
+    line = sprintf(tfmt, "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
+    print line
+    split("GetTicketStatus UpdateTicketStatus", ops, " ")
+    for (o = 1; o <= 2; o++) {
+        for (n = 1; n <= 8; n *= 2) {
+            a = "Threads" ops[o] "_c1_t" n; b = "Threads" ops[o] "_c" pool "_t" n; r = "Threads" ops[o] "_c" n "_t" n
+            if (!((a, "lib") in best)) continue
+            ra = best[a, "lib"]; rb = best[b, "lib"]; rr = best[r, "raw"]
+            printf tfmt, ops[o], n, sprintf("%.0f / %.0f", ra, rb), (ra > 0 && rb > 0) ? sprintf("%.2fx", rb / ra) : "-",
+                sprintf("%.0f", rr), sprintf("%.1f / %.1f / %.1f", scpu[a, "lib"], scpu[b, "lib"], scpu[r, "raw"]),
+                sprintf("%.1f / %.1f / %.1f", ccpu[a, "lib"], ccpu[b, "lib"], ccpu[r, "raw"])
+        }
+    }
+}' pool="$pool" "$csv"

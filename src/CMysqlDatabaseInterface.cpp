@@ -21,6 +21,7 @@
 #include "TimeStamp.h"
 #include "dl_MultiValue.h"
 #include "private/MutexLock.h"
+#include "private/ResultBlock.h"
 #include "private/StoreProfile.h"
 #include "utility.h"
 
@@ -129,6 +130,27 @@ const CatalogueEntry kCatalogue[] = {
 
 bool IsKnownTable(TICKET_TYPE_NV table) { return table >= TICKET_JDFTICKET && table <= TICKET_MAXID; }
 
+// Which lock a store operation takes. With one connection every operation
+// holds the store's lock, as statements share that connection. With more,
+// statements run side by side on their own connections and only identifier
+// generation is one critical section, per table.
+mutex g_idLocks[TICKET_MAXID + 1];
+
+bool SharesOneConnection(CDatabaseConnection* connection) { return connection == nullptr || connection->Size() == 1; }
+
+mutex* StoreLock(CDatabaseConnection* connection, mutex& storeLock) {
+    return SharesOneConnection(connection) ? &storeLock : nullptr;
+}
+
+mutex* IdLock(CDatabaseConnection* connection, mutex& storeLock, TICKET_TYPE_NV table) {
+    if (SharesOneConnection(connection)) return &storeLock;
+    return &g_idLocks[IsKnownTable(table) ? table : 0];
+}
+
+// Set while this thread runs BeginTurn's transaction: a statement refused as
+// a deadlock is then not run again on its own (the transaction is gone).
+thread_local bool t_inTurn = false;
+
 void LogException(Logger* logger, const wchar_t* signature, bool unknown) {
     // %s with a wide signature: one character shows (docs/kept-behaviours.md, S9).
     logger->log(kLevel, kExceptionLine, signature);
@@ -217,19 +239,6 @@ std::string Narrow(const void* wide) {
     return StringUtils::stringFromwstring(wide ? static_cast<const wchar_t*>(wide) : L"");
 }
 
-// Stores `text` in a new zero-filled wide array of length + 1.
-wchar_t* NewWideText(const std::wstring& text) {
-    wchar_t* copy = new wchar_t[text.size() + 1]();
-    std::wmemcpy(copy, text.data(), text.size());
-    return copy;
-}
-
-char* NewText(const std::string& text) {
-    char* copy = new char[text.size() + 1];
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
-}
-
 // The leading decimal number of a key text, read as a stream reads an int:
 // blanks skipped, an optional sign, digits; none counts as 0, and a number
 // out of range gives the nearest limit.
@@ -278,16 +287,34 @@ void ClearValue(void* value, PARAM_TYPE_NV type) {
     }
 }
 
-// A record being read; frees what it still holds if reading stops half-way.
-struct WorkingRecord {
-    dl_Record record;
-    ~WorkingRecord() {
-        for (auto& entry : record) {
-            delete entry.second;
-            delete[] const_cast<char*>(entry.first);
-        }
+// One cell of a result row into the block: the column's type chooses the
+// kind of cell and how the value is read. A type without a conversion gives
+// a cell without a value (tag 10); so does NULL, and DATETIME unless the
+// profile reads time stamps.
+void ReadCell(const StoreProfile& profile, sql::ResultSet& rows, unsigned int index, int columnType,
+              ResultBlock& block) {
+    if (profile.nullIsUnset && rows.isNull(index)) {
+        block.None();
+        return;
     }
-};
+    switch (columnType) {
+        case sql::DataType::INTEGER: block.Int(rows.getInt(index)); break;
+        case sql::DataType::VARCHAR:
+        case sql::DataType::LONGVARCHAR: {
+            const sql::SQLString text = rows.getString(index);
+            block.Text(text.c_str(), text.length());
+            break;
+        }
+        case sql::DataType::TIMESTAMP:
+            if (profile.times) {
+                block.Time(TimeFromText(rows.getString(index)));
+                break;
+            }
+            block.None();
+            break;
+        default: block.None();
+    }
+}
 
 }  // namespace
 
@@ -301,7 +328,6 @@ CMysqlDatabaseInterface* CMysqlDatabaseInterface::GetInstance() {
 CMysqlDatabaseInterface::CMysqlDatabaseInterface()
     : m_pDBConnection(nullptr),
       m_bIDPattern(false),
-      m_bInTurn(false),
       m_pProfile(&kExactProfile),
       m_pLogger(Logger::Initialise()) {
     RunFrame(m_pLogger, nullptr, kConstructor, [&](const wchar_t*&) {
@@ -320,7 +346,6 @@ CMysqlDatabaseInterface::CMysqlDatabaseInterface(const CMysqlDatabaseInterface&)
     : dl_MainInterface(),
       m_pDBConnection(nullptr),
       m_bIDPattern(false),
-      m_bInTurn(false),
       m_pProfile(&kExactProfile),
       m_pLogger(Logger::Initialise()) {}
 
@@ -340,7 +365,7 @@ CDatabaseConnection::Outcome CMysqlDatabaseInterface::Exec(std::string& text) {
     // A deadlock (or a cluster's certification conflict) rolled the statement
     // back whole, so running it again cannot apply it twice.
     // Inside a transaction the whole transaction is gone: its owner starts it again.
-    for (int retry = 0; outcome.error == 1213 && !m_bInTurn && retry < m_pProfile->conflictRetries; ++retry) {
+    for (int retry = 0; outcome.error == 1213 && !t_inTurn && retry < m_pProfile->conflictRetries; ++retry) {
         m_pLogger->log(kLevel, L"CMysqlDatabaseInterface : conflict (error 1213), running the statement again");
         outcome = m_pDBConnection->Execute(text);
     }
@@ -390,27 +415,6 @@ void CMysqlDatabaseInterface::Literal(std::ostringstream& out, PARAM_TYPE_NV typ
 
 std::string CMysqlDatabaseInterface::Quotable(const std::string& text) const {
     return m_pProfile->escapeValues ? Escaped(text) : text;
-}
-
-void CMysqlDatabaseInterface::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, TupElement& element) {
-    if (m_pProfile->nullIsUnset && rows.isNull(index)) return;  // no value: tag 10
-    switch (columnType) {
-        case sql::DataType::INTEGER:
-            element.type = PARAM_INT;
-            element.value = new int32_t(rows.getInt(index));
-            break;
-        case sql::DataType::VARCHAR:
-        case sql::DataType::LONGVARCHAR:
-            element.type = PARAM_WSTRING;
-            element.value = NewWideText(StringUtils::wstringFromstring(rows.getString(index)));
-            break;
-        case sql::DataType::TIMESTAMP:
-            if (!m_pProfile->times) break;
-            element.type = PARAM_TIMESTAMP;
-            element.value = new TimeStamp(TimeFromText(rows.getString(index)));
-            break;
-        default: break;  // no value: tag 10
-    }
 }
 
 const char* CMysqlDatabaseInterface::ColumnPart(const char* column) {
@@ -480,7 +484,7 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
 bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
     // Exact: true whatever happens. Safe: true only once the server took the change.
     bool result = !m_pProfile->truthfulAnswers;
-    RunFrame(m_pLogger, &m_mutex, kAddNewTicket, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kAddNewTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "INSERT INTO " << Name(GetTicketType(table)) << "(" << Name(GetPrimaryKey(table)) << ") VALUES(";
         Literal(text, keyType, key);
@@ -494,7 +498,7 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
 bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
     // Exact: true whatever happens. Safe: true only once the server took the change.
     bool result = !m_pProfile->truthfulAnswers;
-    RunFrame(m_pLogger, &m_mutex, kDeleteTicket, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kDeleteTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "DELETE FROM " << Name(GetTicketType(table)) << " WHERE " << Name(GetPrimaryKey(table)) << "=";
         Literal(text, keyType, key);
@@ -508,7 +512,7 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
                                            const char* column, const void* value, PARAM_TYPE_NV valueType) {
     // Exact: true whatever happens. Safe: true only once the server took the change.
     bool result = !m_pProfile->truthfulAnswers;
-    RunFrame(m_pLogger, &m_mutex, kAddParameter, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kAddParameter, [&](const wchar_t*&) {
         if (valueType == PARAM_BLOB) {
             _BLOB blob(static_cast<const wchar_t*>(value));
             result = AddBlob(table, key, keyType, column, &blob);
@@ -533,7 +537,7 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
                                            const char* column, void* value, PARAM_TYPE_NV valueType) {
     // Safe: a read that stops on an exception answers false.
     bool result = !m_pProfile->truthfulAnswers;
-    RunFrame(m_pLogger, &m_mutex, kGetParameter, [&](const wchar_t*& exitLine) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kGetParameter, [&](const wchar_t*& exitLine) {
         if (valueType == PARAM_BLOB) {
             result = GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value)) || !m_pProfile->truthfulAnswers;
             return;
@@ -600,7 +604,7 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
                                               const char* column, PARAM_TYPE_NV) {
     // Exact: true whatever happens. Safe: true only once the server took the change.
     bool result = !m_pProfile->truthfulAnswers;
-    RunFrame(m_pLogger, &m_mutex, kDeleteParameter, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kDeleteParameter, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) {
             result = !m_pProfile->truthfulAnswers;
@@ -659,22 +663,22 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             exitLine = L"Exiting CMysqlDatabaseInterface::GetBlob() : Failed Execution.";
             return;
         }
-        std::wstring content;
-        if (rows->next()) {
-            content = StringUtils::wstringFromstring(rows->getString(name));
-        } else if (m_pProfile->truthfulAnswers) {
+        const bool found = rows->next();
+        if (!found && m_pProfile->truthfulAnswers) {
             m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GetBlob() : no row has the key");
             return;
         }
-        // A previous text is not released: callers pass an empty _BLOB.
-        blob->data = NewWideText(content);
+        // Decoded straight into the blob's text. A previous text is not
+        // released: callers pass an empty _BLOB.
+        const sql::SQLString content = found ? rows->getString(name) : sql::SQLString();
+        blob->data = TupElement::AllocateText(content.c_str(), content.length());
         result = true;
     });
     return result;
 }
 
 void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
-    RunFrame(m_pLogger, &m_mutex, kExecuteQuery, [&](const wchar_t*& exitLine) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kExecuteQuery, [&](const wchar_t*& exitLine) {
         std::string text = query->StartStatement.set ? query->StartStatement.text : "SELECT ";
         for (const char* key : query->m_keys) text += Name(utility::StringLowerToUpper(key)) + " ,";
         if (!text.empty()) text.erase(text.size() - 1);
@@ -713,36 +717,31 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             exitLine = nullptr;
             return;
         }
-        // The columns' types and names are the same on every row: read them once.
-        std::vector<std::pair<int, std::string>> columns;
+        // The columns' types and names are the same on every row: read them
+        // once. The cells go into one block, which the query holds from the
+        // start: should reading stop half-way, the rows read whole stay.
+        std::vector<int> types;
+        std::shared_ptr<ResultBlock> block;
         while (rows->next()) {
-            if (columns.empty()) {
+            if (!block) {
                 sql::ResultSetMetaData* meta = rows->getMetaData();
-                for (unsigned int i = 1; i <= meta->getColumnCount(); ++i)
-                    columns.emplace_back(meta->getColumnType(i), std::string(meta->getColumnName(i)));
-            }
-            WorkingRecord working;
-            for (unsigned int i = 1; i <= columns.size(); ++i) {
-                const std::string& name = columns[i - 1].second;
-                std::unique_ptr<TupElement> element(new TupElement());
-                ReadCell(*rows, i, columns[i - 1].first, *element);
-                element->name = NewText(name);
-                std::unique_ptr<char[]> key(NewText(name));
-                if (working.record.insert(std::make_pair(key.get(), element.get())).second) {
-                    key.release();
-                    element.release();
+                std::vector<std::string> names;
+                for (unsigned int i = 1; i <= meta->getColumnCount(); ++i) {
+                    types.push_back(meta->getColumnType(i));
+                    names.emplace_back(meta->getColumnName(i));
                 }
+                if (types.empty()) break;
+                block = std::make_shared<ResultBlock>(std::move(names), rows->rowsCount());
+                query->AddResult(block);
             }
-            if (!working.record.empty()) {
-                query->m_records.push_back(dl_Record());
-                query->m_records.back().swap(working.record);
-            }
+            for (unsigned int i = 1; i <= types.size(); ++i) ReadCell(*m_pProfile, *rows, i, types[i - 1], *block);
         }
     });
 }
 
 void CMysqlDatabaseInterface::GenerateNewID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType) {
-    RunFrame(m_pLogger, &m_mutex, kGenerateNewID, [&](const wchar_t*&) {
+    CDatabaseConnection::Pin pin(m_pDBConnection);  // taken before the lock, as every Pin is
+    RunFrame(m_pLogger, IdLock(m_pDBConnection, m_mutex, table), kGenerateNewID, [&](const wchar_t*&) {
         if (m_pProfile->sharedIds) {
             ReserveID(table, out, keyType);
             return;
@@ -956,7 +955,7 @@ bool CMysqlDatabaseInterface::WriteRow(TICKET_TYPE_NV table, const void* key, PA
     }
     if (count == 0) return ok;
     bool result = false;
-    RunFrame(m_pLogger, &m_mutex, kWriteRow, [&](const wchar_t*&) {
+    RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kWriteRow, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "UPDATE " << Name(GetTicketType(table)) << " SET ";
         for (size_t i = 0; i < count; ++i) {
@@ -976,7 +975,11 @@ bool CMysqlDatabaseInterface::InsertRow(TICKET_TYPE_NV table, void* key, PARAM_T
                                         bool replace, const dl_ColumnValue* columns, size_t count) {
     if (m_pProfile->oneStatementRows) {
         bool result = false;
-        RunFrame(m_pLogger, &m_mutex, kInsertRow, [&](const wchar_t*&) {
+        // An insert with a new key is identifier generation: one critical
+        // section per table, its connection pinned first.
+        CDatabaseConnection::Pin pin(m_pDBConnection);
+        mutex* lock = generate ? IdLock(m_pDBConnection, m_mutex, table) : StoreLock(m_pDBConnection, m_mutex);
+        RunFrame(m_pLogger, lock, kInsertRow, [&](const wchar_t*&) {
             result = InsertOneStatement(table, key, keyType, generate, replace, columns, count);
         });
         return result;
@@ -992,14 +995,14 @@ bool CMysqlDatabaseInterface::InsertRow(TICKET_TYPE_NV table, void* key, PARAM_T
 bool CMysqlDatabaseInterface::BeginTurn() {
     std::string begin = "START TRANSACTION";
     if (!Answer(Exec(begin), false, L"InsertRow()")) return false;
-    m_bInTurn = true;
+    t_inTurn = true;
     std::string hold = "SELECT 1 FROM " + Name(GetTicketType(TICKET_MAXID)) + " FOR UPDATE";
     delete Run(hold);
     return true;
 }
 
 CDatabaseConnection::Outcome CMysqlDatabaseInterface::EndTurn(CDatabaseConnection::Outcome outcome) {
-    m_bInTurn = false;
+    t_inTurn = false;
     std::string end = outcome.error == 0 ? "COMMIT" : "ROLLBACK";
     CDatabaseConnection::Outcome ended = Exec(end);
     delete ended.rows;
@@ -1026,7 +1029,6 @@ bool CMysqlDatabaseInterface::InsertOneStatement(TICKET_TYPE_NV table, void* key
     // would pick the same one: then the scan and the insert run in one
     // transaction that holds MAXID's row, and the processes take turns.
     const bool turns = generate && m_bIDPattern;
-    CDatabaseConnection::Pin pin(m_pDBConnection);
     for (int attempt = 1; attempt <= kInsertAttempts; ++attempt) {
         if (turns && !BeginTurn()) break;
         const bool reserved = !generate || ReserveID(table, key, keyType);

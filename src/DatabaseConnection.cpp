@@ -1,5 +1,6 @@
 #include "DatabaseConnection.h"
 
+#include <ConfigurationControl.h>
 #include <Logger.h>
 #include <StringUtils.h>
 #include <cppconn/connection.h>
@@ -9,7 +10,10 @@
 #include <cppconn/statement.h>
 #include <mysql_driver.h>
 
+#include <algorithm>
+#include <condition_variable>
 #include <map>
+#include <mutex>
 
 #include "private/MutexLock.h"
 
@@ -19,6 +23,101 @@ const LOG_CONST kLevel = LOG_LEVEL_5;
 const char* const kSourcePath = "../../src/DatabaseConnection";
 }  // namespace
 
+// One connection and the lock its statements run under.
+struct CDatabaseConnection::Slot {
+    mutex lock;
+    sql::Connection* connection = nullptr;
+    bool busy = false;  // leased to a thread; guarded by Pool::leases
+};
+
+// The connections. With one, every thread uses it and its lock serialises
+// the statements; with more, a thread leases a free one for each statement
+// (or for the life of its Pin) and waits while all are leased.
+struct CDatabaseConnection::Pool {
+    explicit Pool(int count) : slots(new Slot[count]), size(count) {}
+    std::unique_ptr<Slot[]> slots;
+    const int size;
+    std::mutex leases;
+    std::condition_variable freed;
+    mutex connecting;  // the driver is set up and used to connect by one thread at a time
+
+    int Acquire() {
+        std::unique_lock<std::mutex> lock(leases);
+        for (;;) {
+            for (int i = 0; i < size; ++i) {
+                if (!slots[i].busy) {
+                    slots[i].busy = true;
+                    return i;
+                }
+            }
+            freed.wait(lock);
+        }
+    }
+    void Release(int index) {
+        {
+            std::lock_guard<std::mutex> lock(leases);
+            slots[index].busy = false;
+        }
+        freed.notify_one();
+    }
+};
+
+namespace {
+// The connection the calling thread's Pin holds, if any.
+struct PinState {
+    const CDatabaseConnection* owner = nullptr;
+    int slot = -1;
+    int depth = 0;
+};
+thread_local PinState t_pin;
+}  // namespace
+
+// The connection one statement runs on: the only one, the thread's pinned
+// one, or a free one leased until the statement is done.
+class CDatabaseConnection::Lease {
+public:
+    explicit Lease(CDatabaseConnection& owner) : m_pool(*owner.m_pPool), m_index(0), m_leased(false) {
+        if (m_pool.size == 1) return;
+        if (t_pin.owner == &owner) {
+            m_index = t_pin.slot;
+            return;
+        }
+        m_index = m_pool.Acquire();
+        m_leased = true;
+    }
+    ~Lease() {
+        if (m_leased) m_pool.Release(m_index);
+    }
+    Slot& slot() { return m_pool.slots[m_index]; }
+    Lease(const Lease&) = delete;
+    Lease& operator=(const Lease&) = delete;
+
+private:
+    Pool& m_pool;
+    int m_index;
+    bool m_leased;
+};
+
+CDatabaseConnection::Pin::Pin(CDatabaseConnection* connection) : m_pConnection(nullptr) {
+    if (connection == nullptr || connection->Size() == 1) return;
+    if (t_pin.owner == connection) {
+        ++t_pin.depth;
+    } else if (t_pin.owner == nullptr) {
+        t_pin.slot = connection->m_pPool->Acquire();
+        t_pin.owner = connection;
+        t_pin.depth = 1;
+    } else {
+        return;  // pinned to another instance: this one stays unpinned
+    }
+    m_pConnection = connection;
+}
+
+CDatabaseConnection::Pin::~Pin() {
+    if (m_pConnection == nullptr || --t_pin.depth > 0) return;
+    m_pConnection->m_pPool->Release(t_pin.slot);
+    t_pin = PinState();
+}
+
 CDatabaseConnection* CDatabaseConnection::m_hInstance = nullptr;
 
 CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std::string& userName,
@@ -26,14 +125,14 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
     : m_userName(userName),
       m_password(password),
       m_hostName(hostName),
-      m_pConnection(nullptr),
       m_pDriver(nullptr),
       m_bConnected(false),
-      m_pLogger(Logger::Initialise()) {
+      m_pLogger(Logger::Initialise()),
+      m_pPool(new Pool(std::max(1, ConfigurationControl::GetConnections()))) {
     InitConnection();
 }
 
-// The connection is neither closed nor freed: it lives until the process ends.
+// The connections are neither closed nor freed: they live until the process ends.
 CDatabaseConnection::~CDatabaseConnection() {}
 
 CDatabaseConnection* CDatabaseConnection::GetInstance(const std::string& hostName, const std::string& userName,
@@ -42,10 +141,19 @@ CDatabaseConnection* CDatabaseConnection::GetInstance(const std::string& hostNam
     return m_hInstance;
 }
 
+int CDatabaseConnection::Size() const { return m_pPool->size; }
+
+// Not while statements run: the connections are replaced without their locks.
 bool CDatabaseConnection::InitConnection() {
+    for (int i = 0; i < m_pPool->size; ++i) Connect(m_pPool->slots[i]);
+    return m_bConnected;
+}
+
+bool CDatabaseConnection::Connect(Slot& slot) {
+    MutexLock lock(m_pPool->connecting);
     // A connection object held before is dropped, not closed (docs/kept-behaviours.md, C1).
     m_pDriver = nullptr;
-    m_pConnection = nullptr;
+    slot.connection = nullptr;
     const std::string schema = "jdfdb";
     try {
         m_pDriver = get_driver_instance();
@@ -59,7 +167,7 @@ bool CDatabaseConnection::InitConnection() {
         options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
         // A change reports the rows it matched, not only those it altered.
         options["CLIENT_FOUND_ROWS"] = true;
-        m_pConnection = m_pDriver->connect(options);
+        slot.connection = m_pDriver->connect(options);
         m_bConnected = true;
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
@@ -77,9 +185,11 @@ sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) { retur
 
 CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
     m_pLogger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
-    if (m_pConnection == nullptr || m_pConnection->isClosed()) {
+    Lease lease(*this);
+    Slot& slot = lease.slot();
+    if (slot.connection == nullptr || slot.connection->isClosed()) {
         m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
-        if (!ReEstablishConnection()) {
+        if (!ReEstablish(slot)) {
             m_pLogger->log(kLevel,
                            L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished.");
             return {nullptr, -1, 0};
@@ -89,10 +199,10 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
     int error = 0;
     long long matched = 0;
     {
-        MutexLock lock(m_mutex);
+        MutexLock lock(slot.lock);
         sql::Statement* statement = nullptr;
         try {
-            statement = m_pConnection->createStatement();
+            statement = slot.connection->createStatement();
             if (statement->execute(query)) {
                 m_pLogger->log(kLevel, L"ExecuteSqlQuery::Getting result set");
                 result = statement->getResultSet();
@@ -123,22 +233,20 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
 }
 
 bool CDatabaseConnection::ReEstablishConnection() {
-    // Both tests below are kept as they stand (docs/kept-behaviours.md, C1). With no
-    // connection object at all the result is false.
-    bool result = false;
-    MutexLock lock(m_mutex);
+    Lease lease(*this);
+    return ReEstablish(lease.slot());
+}
+
+bool CDatabaseConnection::ReEstablish(Slot& slot) {
+    // Kept as it stands (docs/kept-behaviours.md, C1): the answer is false
+    // even when a new connection was made.
+    MutexLock lock(slot.lock);
     try {
-        if (m_pConnection == nullptr) {
-            // Release step: nothing is held, so there is nothing to close.
-        }
-        if (m_pDriver == nullptr) m_pDriver = nullptr;
-        InitConnection();
-        result = m_pConnection == nullptr ? false : false;
+        Connect(slot);
     } catch (...) {
         m_pLogger->log(kLevel, L"CDatabaseConnection:ReEstablishConnection failed");
-        result = false;
     }
-    return result;
+    return false;
 }
 
 sql::Connection* CDatabaseConnection::GetDBConnecion() { return nullptr; }

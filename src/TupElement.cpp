@@ -4,6 +4,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "../platform/src/Utf8.h"
 #include "TimeStamp.h"
 
 static char* CopyName(const char* name) {
@@ -14,24 +15,30 @@ static char* CopyName(const char* name) {
     return copy;
 }
 
-TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr) {}
+TupElement::TupElement() : type(PARAM_NO_VALUE), value(nullptr), name(nullptr), m_owns(true) {}
 
-TupElement::TupElement(const TupElement& other) : type(other.type), value(nullptr), name(CopyName(other.name)) {
+TupElement::TupElement(PARAM_TYPE_NV cellType, const char* columnName, void* cellValue)
+    : type(cellType), value(cellValue), name(const_cast<char*>(columnName)), m_owns(false) {}
+
+TupElement::TupElement(const TupElement& other)
+    : type(other.type), value(nullptr), name(CopyName(other.name)), m_owns(true) {
     AllocateValue(type, other.value, value);
 }
 
 TupElement& TupElement::operator=(TupElement& other) {
     if (this == &other) return *this;
-    delete[] name;
+    if (m_owns) delete[] name;
     name = CopyName(other.name);
     type = other.type;
-    DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
+    if (m_owns) DeletVoidPtr(type, value);  // by the new tag, as callers keep tags alike
+    m_owns = true;
     value = nullptr;
     AllocateValue(type, other.value, value);
     return *this;
 }
 
 TupElement::~TupElement() {
+    if (!m_owns) return;
     delete[] name;
     DeletVoidPtr(type, value);
 }
@@ -39,6 +46,7 @@ TupElement::~TupElement() {
 void TupElement::InsertTupValue(PARAM_TYPE_NV newType, const char* newName, const void* newValue) {
     type = newType;
     name = CopyName(newName);  // a previous name is not freed: callers insert once
+    m_owns = true;
     AllocateValue(newType, newValue, value);
 }
 
@@ -91,4 +99,35 @@ void TupElement::DeletVoidPtr(PARAM_TYPE_NV type, void* value) {
         case PARAM_TIMESTAMP: delete static_cast<TimeStamp*>(value); break;
         default: break;
     }
+}
+
+wchar_t* TupElement::AllocateText(const char* utf8, std::size_t bytes) {
+    // Never more characters than bytes.
+    wchar_t* text = new wchar_t[bytes + 1];
+    DecodeText(utf8, bytes, text);
+    return text;
+}
+
+wchar_t* TupElement::DecodeText(const char* utf8, std::size_t bytes, wchar_t* out) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8);
+    const unsigned char* const end = p + bytes;
+    while (p < end) {
+        // ASCII, the common case, eight bytes at a time.
+        std::uint64_t block;
+        if (end - p >= 8 && (std::memcpy(&block, p, 8), (block & 0x8080808080808080ULL) == 0)) {
+            for (int k = 0; k < 8; ++k) out[k] = static_cast<wchar_t>(p[k]);
+            out += 8;
+            p += 8;
+            continue;
+        }
+        if (*p < 0x80) {
+            *out++ = static_cast<wchar_t>(*p++);
+            continue;
+        }
+        char32_t cp;
+        p += norva_utf8::Decode(p, static_cast<std::size_t>(end - p), cp);
+        *out++ = static_cast<wchar_t>(cp);
+    }
+    *out = L'\0';
+    return out;
 }

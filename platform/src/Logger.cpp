@@ -1,5 +1,10 @@
 #include "Logger.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -7,6 +12,7 @@
 #include <cwchar>
 #include <mutex>
 #include <string>
+#include <type_traits>
 
 #include "ConfigurationControl.h"
 #include "StringUtils.h"
@@ -80,6 +86,14 @@ std::string NarrowSpec(const Conversion& c) {
 // Numbers are rendered by snprintf; its output is ASCII, so widening is a copy.
 template <typename T>
 void AppendNumber(std::wstring& out, const Conversion& c, T value) {
+    if constexpr (std::is_integral<T>::value) {
+        if (c.flags.empty() && c.width < 0 && c.precision < 0 && (c.kind == L'd' || c.kind == L'i' || c.kind == L'u')) {
+            char digits[24];  // plain decimal, the common case: no format string to build
+            const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
+            out.append(digits, end.ptr);
+            return;
+        }
+    }
     const std::string spec = NarrowSpec(c);
     char buffer[128];
     const int n = std::snprintf(buffer, sizeof buffer, spec.c_str(), value);
@@ -93,32 +107,43 @@ void AppendNumber(std::wstring& out, const Conversion& c, T value) {
     out.append(big.begin(), big.begin() + n);
 }
 
-void AppendPadded(std::wstring& out, const Conversion& c, const std::wstring& text) {
+// Appends what `append` appends to out, padded to the conversion's width.
+template <typename Append>
+void AppendText(std::wstring& out, const Conversion& c, Append append) {
+    const std::size_t start = out.size();
+    append();
     const std::size_t width = c.width > 0 ? static_cast<std::size_t>(c.width) : 0;
-    const std::size_t pad = text.size() < width ? width - text.size() : 0;
-    if (!c.leftAlign) out.append(pad, L' ');
-    out += text;
-    if (c.leftAlign) out.append(pad, L' ');
+    const std::size_t length = out.size() - start;
+    if (length >= width) return;
+    if (c.leftAlign)
+        out.append(width - length, L' ');
+    else
+        out.insert(start, width - length, L' ');
 }
 
 // Narrow text is UTF-8; a precision limits the characters taken.
-std::wstring DecodeNarrow(const char* text, int precision) {
-    std::wstring result;
+void AppendNarrow(std::wstring& out, const char* text, int precision) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-    const std::size_t limit = precision < 0 ? SIZE_MAX : static_cast<std::size_t>(precision);
-    while (*p != 0 && result.size() < limit) {
+    std::size_t left = precision < 0 ? SIZE_MAX : static_cast<std::size_t>(precision);
+    for (; *p != 0 && left > 0; --left) {
+        if (*p < 0x80) {
+            out += static_cast<wchar_t>(*p++);
+            continue;
+        }
         char32_t cp;
         p += norva_utf8::Decode(p, SIZE_MAX, cp);
-        result += static_cast<wchar_t>(cp);
+        out += static_cast<wchar_t>(cp);
     }
-    return result;
 }
 
-std::wstring CopyWide(const wchar_t* text, int precision) {
-    const std::size_t limit = precision < 0 ? SIZE_MAX : static_cast<std::size_t>(precision);
+void AppendWide(std::wstring& out, const wchar_t* text, int precision) {
+    if (precision < 0) {
+        out += text;
+        return;
+    }
     std::size_t n = 0;
-    while (n < limit && text[n] != 0) ++n;
-    return std::wstring(text, n);
+    while (n < static_cast<std::size_t>(precision) && text[n] != 0) ++n;
+    out.append(text, n);
 }
 
 wchar_t CharFromCode(std::uint32_t code) {
@@ -259,10 +284,13 @@ void Format(std::wstring& out, const wchar_t* format, va_list& args) {
         } else if (c.kind == L's') {
             if (c.length == Length::L) {
                 const wchar_t* text = va_arg(args, const wchar_t*);
-                AppendPadded(out, c, text == nullptr ? std::wstring(L"(null)") : CopyWide(text, c.precision));
+                AppendText(out, c, [&] { AppendWide(out, text == nullptr ? L"(null)" : text, text ? c.precision : -1); });
             } else {
                 const char* text = va_arg(args, const char*);
-                AppendPadded(out, c, text == nullptr ? std::wstring(L"(null)") : DecodeNarrow(text, c.precision));
+                AppendText(out, c, [&] {
+                    if (text == nullptr) out += L"(null)";
+                    else AppendNarrow(out, text, c.precision);
+                });
             }
         } else {  // 'c': %lc is a code point, %c a byte, which is text only when ASCII
             const std::uint32_t code = c.length == Length::L
@@ -270,7 +298,7 @@ void Format(std::wstring& out, const wchar_t* format, va_list& args) {
                                            : static_cast<unsigned char>(va_arg(args, int));
             const wchar_t ch = c.length == Length::L || code < 0x80 ? CharFromCode(code)
                                                                     : static_cast<wchar_t>(norva_utf8::kReplacement);
-            AppendPadded(out, c, std::wstring(1, ch));
+            AppendText(out, c, [&] { out += ch; });
         }
     }
 }
@@ -284,26 +312,42 @@ thread_local bool t_inSink = false;
 struct Logger::Output {
     std::mutex mutex;
     Sink sink;
-    std::FILE* file = nullptr;  // the open LogFile, or null for standard error
-    std::string filePath;       // the LogFile the destination was chosen for
+    int file = -1;         // the open LogFile, or -1 for standard error
+    std::string filePath;  // the LogFile the destination was chosen for
+    std::string bytes;     // the line being written, kept to reuse its memory
 
-    // Writes to LogFile, following changes of the configuration, else to stderr.
+    // Writes to LogFile, following changes of the configuration, else to
+    // stderr: one write(2) per line, so that a line is in the file as soon as
+    // log returns, whatever happens to the process afterwards.
     void WriteDefault(const std::wstring& line) {
         const std::string wanted = ConfigurationControl::GetLogFile();
         if (wanted != filePath) {  // a failed open is not retried until LogFile changes
-            if (file != nullptr) std::fclose(file);
-            file = nullptr;
+            if (file >= 0) ::close(file);
+            file = -1;
             filePath = wanted;
             if (!wanted.empty()) {
-                file = std::fopen(wanted.c_str(), "ae");
-                if (file == nullptr) std::fprintf(stderr, "cannot open log file %s, logging to standard error\n", wanted.c_str());
+                file = ::open(wanted.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+                if (file < 0) std::fprintf(stderr, "cannot open log file %s, logging to standard error\n", wanted.c_str());
             }
         }
-        std::string bytes = StringUtils::UTF8FromUni(line);
+        bytes.clear();
+        for (const wchar_t ch : line) {
+            const std::uint32_t c = static_cast<std::uint32_t>(ch);
+            if (c < 0x80) {
+                bytes += static_cast<char>(c);
+            } else {
+                char encoded[4];
+                bytes.append(encoded, norva_utf8::Encode(c, encoded) - encoded);
+            }
+        }
         bytes += '\n';
-        std::FILE* target = file != nullptr ? file : stderr;
-        std::fwrite(bytes.data(), 1, bytes.size(), target);
-        std::fflush(target);
+        const int target = file >= 0 ? file : STDERR_FILENO;
+        for (std::size_t done = 0; done < bytes.size();) {
+            const ssize_t n = ::write(target, bytes.data() + done, bytes.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            done += static_cast<std::size_t>(n);
+        }
     }
 };
 
@@ -319,12 +363,21 @@ Logger::~Logger() { delete m_pOutput; }
 
 void Logger::log(LOG_CONST level, const wchar_t* format, ...) {
     if (static_cast<int>(level) > m_threshold.load(std::memory_order_relaxed)) return;
-    std::wstring line;
+    // The thread's line buffer keeps its memory from line to line; a line
+    // logged while one is being emitted (from a sink) gets a buffer of its own.
+    thread_local std::wstring t_line;
+    thread_local bool t_lineInUse = false;
+    std::wstring own;
+    std::wstring& line = t_lineInUse ? own : t_line;
+    const bool borrowed = !t_lineInUse;
+    t_lineInUse = true;
+    line.clear();
     va_list args;
     va_start(args, format);
     Format(line, format, args);
     va_end(args);
     Emit(level, line);
+    if (borrowed) t_lineInUse = false;
 }
 
 void Logger::SetLevel(int threshold) { m_threshold.store(threshold, std::memory_order_relaxed); }

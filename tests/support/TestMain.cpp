@@ -16,5 +16,8 @@ int main(int argc, char** argv) {
     if (!host.empty()) ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(host));
     if (const char* profile = std::getenv("NORVA_TEST_PROFILE")) ConfigurationControl::SetProfile(profile);
     if (const char* pattern = std::getenv("NORVA_TEST_IDPATTERN")) ConfigurationControl::SetIDPattern(pattern[0] == '1');
+    // Runs a program with a pool of connections (tests/CMakeLists.txt registers such runs).
+    if (const char* connections = std::getenv("NORVA_TEST_CONNECTIONS"))
+        ConfigurationControl::SetConnections(std::atoi(connections));
     return RUN_ALL_TESTS();
 }
