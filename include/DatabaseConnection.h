@@ -1,6 +1,7 @@
 #ifndef NORVA_DATABASECONNECTION_H
 #define NORVA_DATABASECONNECTION_H
 
+#include <memory>
 #include <string>
 
 #include "mutex.h"
@@ -11,6 +12,7 @@ class Driver;
 class ResultSet;
 }  // namespace sql
 class Logger;
+class HostList;
 
 // The one MySQL connection of the process. Every statement of the store
 // runs through ExecuteSqlQuery, which checks the connection first and
@@ -72,6 +74,7 @@ private:
     sql::Driver* m_pDriver;
     bool m_bConnected;
     Logger* m_pLogger;
+    std::unique_ptr<HostList> m_pHosts;  // the hosts of hostName, tried in turn
 };
 
 #endif

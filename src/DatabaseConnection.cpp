@@ -11,6 +11,7 @@
 
 #include <map>
 
+#include "private/HostList.h"
 #include "private/MutexLock.h"
 
 namespace {
@@ -29,7 +30,8 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pConnection(nullptr),
       m_pDriver(nullptr),
       m_bConnected(false),
-      m_pLogger(Logger::Initialise()) {
+      m_pLogger(Logger::Initialise()),
+      m_pHosts(new HostList(hostName)) {
     InitConnection();
 }
 
@@ -47,10 +49,11 @@ bool CDatabaseConnection::InitConnection() {
     m_pDriver = nullptr;
     m_pConnection = nullptr;
     const std::string schema = "jdfdb";
-    try {
+    // One try per host of DBIPAddr until one answers (a single host: one try).
+    for (size_t attempt = 0; m_pConnection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
         sql::ConnectOptionsMap options;
-        options["hostName"] = sql::SQLString(m_hostName);
+        options["hostName"] = sql::SQLString(m_pHosts->Attempt(attempt));
         options["userName"] = sql::SQLString(m_userName);
         options["password"] = sql::SQLString(m_password);
         options["OPT_RECONNECT"] = true;
@@ -59,6 +62,7 @@ bool CDatabaseConnection::InitConnection() {
         options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
         m_pConnection = m_pDriver->connect(options);
         m_bConnected = true;
+        m_pHosts->Answered(attempt);
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
@@ -112,6 +116,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
             m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
         }
         delete statement;  // the result set stays valid for the caller
+        if (error != 0 && m_pHosts->Lost(error)) InitConnection();  // several hosts: move on to the next now
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return {result, error};
