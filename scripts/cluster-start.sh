@@ -106,7 +106,13 @@ start_node() {
     if [[ $2 == bootstrap ]]; then
         opts+=(--wsrep-new-cluster)
     else
-        start_opts+=(--no-schema)
+        # A joiner waits for its state transfer, one joiner after another.
+        start_opts+=(--no-schema --wait 120)
+        # A joiner's first data comes whole from another node: nothing to install.
+        if [[ ! -e $dir/node$i/installed ]]; then
+            mkdir -p "$dir/node$i/data"
+            touch "$dir/node$i/installed"
+        fi
         position=$(start_position "$i")
         [[ -n $position ]] && opts+=(--wsrep-start-position="$position")
     fi

@@ -2,11 +2,12 @@
 # Starts (or restarts) a private MariaDB server whose whole state lives in DIR,
 # loads sql/jdfdb.sql into it and writes DIR/env.
 #
-#   scripts/db-start.sh DIR [--run-as USER] [--no-schema] [-- SERVER-OPTION...]
+#   scripts/db-start.sh DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]
 #
 # --run-as USER: as root, run the server as USER (it then owns DIR);
 # --no-schema: do not load the schema (a cluster node that receives it from
-# the others); options after -- go to mariadbd as they are.
+# the others); --wait: how long the server may take to answer (30 s);
+# options after -- go to mariadbd as they are.
 # The first run creates DIR/data and picks a free TCP port on 127.0.0.1;
 # later runs reuse both, so a server stopped or killed comes back with the
 # same port and data. If the server is already running, only prints how to
@@ -17,17 +18,19 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source-path=SCRIPTDIR source=db-common.sh
 . "$here/db-common.sh"
 
-usage="usage: $0 DIR [--run-as USER] [--no-schema] [-- SERVER-OPTION...]"
+usage="usage: $0 DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]"
 [[ $# -ge 1 && -n $1 ]] || { echo "$usage" >&2; exit 2; }
 target=$1
 shift
 run_as=root
 load_schema=true
+wait_seconds=30
 extra_opts=()
 while (($#)); do
     case $1 in
         --run-as) [[ $# -ge 2 ]] || { echo "$usage" >&2; exit 2; }; run_as=$2; shift 2 ;;
         --no-schema) load_schema=false; shift ;;
+        --wait) [[ ${2:-} =~ ^[0-9]+$ ]] || { echo "$usage" >&2; exit 2; }; wait_seconds=$2; shift 2 ;;
         --) shift; extra_opts=("$@"); break ;;
         *) echo "$usage" >&2; exit 2 ;;
     esac
@@ -89,9 +92,10 @@ show_logs() {
     done
 }
 
-# Waits until the server answers on the socket; fails if PID dies or after 30 s.
+# Waits until the server answers on the socket; fails if PID dies or after
+# wait_seconds.
 wait_ready() {
-    local pid=$1 deadline=$((SECONDS + 30))
+    local pid=$1 deadline=$((SECONDS + wait_seconds))
     until "${admin[@]}" ping >/dev/null 2>&1; do
         if ! db_pid_alive "$pid"; then
             echo "$(basename "$0"): the server in $dir exited during start-up" >&2
@@ -99,7 +103,7 @@ wait_ready() {
             return 1
         fi
         if ((SECONDS >= deadline)); then
-            echo "$(basename "$0"): the server in $dir did not answer within 30 s; killing it" >&2
+            echo "$(basename "$0"): the server in $dir did not answer within $wait_seconds s; killing it" >&2
             kill -KILL "$pid" 2>/dev/null || true
             show_logs
             return 1

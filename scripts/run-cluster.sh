@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Builds the cluster test program, starts a private 3-node Galera cluster,
+# runs the cluster tests against it and stops every node again, whatever
+# happens (the nodes are stopped by the EXIT trap even when a test fails or
+# the run is interrupted). The test run is bounded: it is killed after 150 s.
+#
+#   scripts/run-cluster.sh
+#
+# Exits with the status of the test program.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+build="$root/build/plain"
+
+bash scripts/install-deps.sh
+bash scripts/install-deps.sh galera-4 rsync
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON >/dev/null
+cmake --build "$build" -j2 --target cluster_test
+
+cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
+# shellcheck disable=SC2317  # called from the EXIT trap
+cleanup() {
+    bash "$root/scripts/cluster-stop.sh" "$cluster" || true
+    rm -rf "$cluster"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+started=$SECONDS
+bash scripts/cluster-start.sh "$cluster" 3
+echo "run-cluster: cluster formed in $((SECONDS - started)) s"
+while IFS='=' read -r key value; do
+    [[ -n $key ]] && export "$key=$value"
+done <"$cluster/env"
+unset NORVA_TEST_DB NORVA_TEST_DB_DIR
+
+work="$build/tests/work/cluster_test"
+mkdir -p "$work"
+status=0
+(cd "$work" && timeout --kill-after=5 150 "$build/tests/cluster_test") || status=$?
+echo "run-cluster: done in $((SECONDS - started)) s, status $status"
+exit "$status"
