@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Jobs per second of host processes on one private server and on a private
+# 3-node Galera cluster (bench/jobs_bench.cpp), and the cost of one committed
+# status update on each. Builds build/bench, starts both databases under
+# /tmp, prints the medians, and stops everything it started.
+#
+#   scripts/run-cluster-bench.sh [BENCHMARK-OPTION...]   # e.g. --benchmark_filter=safe
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+cd "$root"
+build="$root/build/bench"
+
+bash scripts/install-deps.sh
+{
+    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
+        -DNORVA_BUILD_EXAMPLES=OFF -DNORVA_SANITIZE=OFF
+    cmake --build "$build" -j2 --target norva_jobs_bench
+} >"$build/build.log" 2>&1 || { cat "$build/build.log" >&2; exit 1; }
+
+# shellcheck source-path=SCRIPTDIR source=private-db.sh
+. "$root/scripts/private-db.sh"
+private_db_start /tmp >/dev/null
+cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
+work=$(mktemp -d /tmp/norvabench.XXXXXX)
+private_db_scratch+=("$work")
+# shellcheck disable=SC2317  # called from the EXIT trap
+cleanup() {
+    bash "$root/scripts/cluster-stop.sh" "$cluster" || true
+    rm -rf "$cluster"
+    private_db_cleanup
+}
+trap cleanup EXIT
+
+bench() {
+    (cd "$work" && "$build/bench/norva_jobs_bench" "$@") 2>/dev/null | grep -E '_median|error' || true
+}
+
+echo "== one server"
+NORVA_BENCH_HOSTS=$NORVA_TEST_DB bench "$@"
+
+bash scripts/cluster-start.sh "$cluster" 3 >/dev/null
+hosts=$(sed -n 's/^NORVA_CLUSTER_HOSTS=//p' "$cluster/env")
+echo "== 3-node cluster, each process with its own node first"
+NORVA_TEST_DB=${hosts%%,*} NORVA_BENCH_HOSTS=$hosts bench --benchmark_filter='processes:3|Commit' "$@"
