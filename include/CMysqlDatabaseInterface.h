@@ -14,6 +14,8 @@ namespace sql {
 class ResultSet;
 }
 class Logger;
+class TupElement;
+struct StoreProfile;
 
 // The MySQL implementation of the generic store; one per process.
 class CMysqlDatabaseInterface : public dl_MainInterface {
@@ -36,6 +38,16 @@ public:
                       const char* column, void* value, PARAM_TYPE_NV valueType) override;
     bool DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) override;
     void ExecuteQuery(dl_MultiValue* query) override;
+    // Exact profile: one AddParameter per column (after AddNewTicket, for an
+    // insert). Safe profile: one UPDATE, or one INSERT whose key is reserved
+    // in the database and tried again when another process took it.
+    bool WriteRow(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const dl_ColumnValue* columns,
+                  size_t count, bool ok) override;
+    bool InsertRow(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
+                   const dl_ColumnValue* columns, size_t count) override;
+
+    // The profile chosen when the store was created: "exact" or "safe".
+    const char* ProfileName() const;
 
     // The built-in catalogue.
     std::string GetTicketType(TICKET_TYPE_NV table);
@@ -66,6 +78,27 @@ private:
     int NextID(std::vector<int>& keys, int* maxId);
     // Traces and runs one statement; null without a result set.
     sql::ResultSet* Run(std::string& text);
+    // Traces and runs one statement, again after a deadlock as the profile
+    // allows, and keeps the server's answer.
+    CDatabaseConnection::Outcome Exec(std::string& text);
+    // What a change answers: always true in the exact profile; in the safe one
+    // true only when the server took it and, with `needsRow`, it matched a row.
+    bool Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what);
+    // A table or column name ("TABLE.COLUMN" too) as it goes into a statement.
+    std::string Name(const std::string& name) const;
+    // A value with its quotes ("NULL" for a time stamp that is not set, in the safe profile).
+    void Literal(std::ostringstream& out, PARAM_TYPE_NV type, const void* value);
+    // Text that goes between single quotes.
+    std::string Quotable(const std::string& text) const;
+    // One cell of a result row into `element`.
+    void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, TupElement& element);
+    // The safe profile's identifier: reserved in MAXID (sequential) or the
+    // lowest free key (the row insert then decides); false when none.
+    bool ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType);
+    // Raises the table's MAXID mark to at least the largest numeric key.
+    void RaiseMarkToKeys(TICKET_TYPE_NV table);
+    bool InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
+                            const dl_ColumnValue* columns, size_t count);
     // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
     const char* ColumnPart(const char* column);
     // " WHERE <key column> = '<key>'": how the single-row statements end.
@@ -82,6 +115,7 @@ private:
     std::string m_password;
     std::string m_hostName;
     bool m_bIDPattern;
+    const StoreProfile* m_pProfile;
     Logger* m_pLogger;
 };
 

@@ -31,11 +31,12 @@ public:
     sql::ResultSet* ExecuteSqlQuery(std::string& query);
 
     // What one statement gave: its result set (owned by the caller; null when
-    // the statement gives none or failed) and the server's error number
-    // (0: none; -1: no connection could be had).
+    // the statement gives none or failed), the server's error number (0: none;
+    // -1: no connection could be had) and, for a change, the rows it matched.
     struct Outcome {
         sql::ResultSet* rows;
         int error;
+        long long matched;
     };
     // ExecuteSqlQuery with the error number kept; same trace lines.
     Outcome Execute(std::string& query);

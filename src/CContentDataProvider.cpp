@@ -118,19 +118,16 @@ int CContentDataProvider::GetContentId(const std::wstring& qentryId, const std::
 }
 
 bool CContentDataProvider::AddRecord(CContentRecord* rec) {
-    int id = -1;
-    m_pDatabase->GenerateNewID(m_tableType, &id, PARAM_INT);
-    if (id == -1) return false;
-    rec->contentId = id;
-
-    const provider::Row row = {m_pDatabase, m_tableType, &id, PARAM_INT};
-    const bool ok = m_pDatabase->AddNewTicket(m_tableType, &id, PARAM_INT);
-
     // The cache paths go out with forward slashes; the caller's record keeps its text.
     ContentTableRecord written = *rec;
     NormalisePath(written.cacFilePath);
     NormalisePath(written.previewCacFilePath);
-    return provider::WriteColumns(row, written, kColumns, kWriteOrder, provider::WriteMode::WhileOk, ok);
+
+    int id = -1;
+    const provider::Row row = {m_pDatabase, m_tableType, &id, PARAM_INT};
+    const bool ok = provider::InsertColumns(row, true, false, {}, written, kColumns, kWriteOrder);
+    if (id != -1) rec->contentId = id;
+    return ok;
 }
 
 bool CContentDataProvider::DeleteRecord(int contentId) {

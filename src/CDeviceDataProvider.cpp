@@ -79,12 +79,11 @@ bool CDeviceDataProvider::AddDevice(CDeviceRecord* rec) {
     if (rec->deviceId.empty()) return false;
     const std::wstring key = rec->deviceId;
     const provider::Row row{m_pDatabase, kTable, key.c_str(), PARAM_WSTRING};
-
-    bool ok = m_pDatabase->AddNewTicket(kTable, key.c_str(), PARAM_WSTRING);
-    // The key column is written again whatever the insert answered.
-    ok = m_pDatabase->AddParameter(kTable, key.c_str(), PARAM_WSTRING, "DEVICE.DEVICEID", key.c_str(), PARAM_WSTRING);
-    // Nothing written so far is undone when a later write fails.
-    return provider::WriteColumns(row, *rec, kColumns, kAddOrder, provider::WriteMode::WhileOk, ok);
+    // The key column is written again whatever the insert answered, so a device
+    // that is there already is updated. Nothing written so far is undone when a
+    // later write fails.
+    const dl_ColumnValue keyColumn = {"DEVICE.DEVICEID", key.c_str(), PARAM_WSTRING, false, false};
+    return provider::InsertColumns(row, false, true, {keyColumn}, *rec, kColumns, kAddOrder);
 }
 
 bool CDeviceDataProvider::DeleteDevice(const std::wstring& devId) {

@@ -11,14 +11,17 @@
 #include <algorithm>
 #include <cctype>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 
+#include "TimeStamp.h"
 #include "dl_MultiValue.h"
 #include "private/MutexLock.h"
+#include "private/StoreProfile.h"
 #include "utility.h"
 
 namespace {
@@ -80,6 +83,19 @@ const Operation kAddBlob = {L"Inside CMysqlDatabaseInterface::AddBlob()",
 const Operation kGetBlob = {L"Inside CMysqlDatabaseInterface::GetBlob()",
                             L"Returning from CMysqlDatabaseInterface::GetBlob()",
                             L"bool CMysqlDatabaseInterface::GetBlob", false};
+const Operation kWriteRow = {L"Inside CMysqlDatabaseInterface::WriteRow()",
+                             L"Returning from CMysqlDatabaseInterface::WriteRow()",
+                             L"bool CMysqlDatabaseInterface::WriteRow", false};
+const Operation kInsertRow = {L"Inside CMysqlDatabaseInterface::InsertRow()",
+                              L"Returning from CMysqlDatabaseInterface::InsertRow()",
+                              L"bool CMysqlDatabaseInterface::InsertRow", false};
+
+// Server error numbers the safe profile acts on.
+const int kDuplicateKey = 1062;
+// How often an insert with a generated key is tried before it gives up, and
+// after how many taken keys the MAXID mark is raised past the table's keys.
+const int kInsertAttempts = 8;
+const int kAttemptsBeforeResync = 2;
 
 // The two workers of identifier generation differ only in these texts.
 struct IdWorker {
@@ -142,11 +158,9 @@ void RunFrame(Logger* logger, mutex* lock, const Operation& op, Body body) {
     if (exitLine) logger->log(kLevel, exitLine);
 }
 
-// Text placed between single quotes. Values go in as they stand; a hardened
-// build escapes quote, backslash and the characters the server's own
-// escaping covers.
-std::string Quotable(const std::string& text) {
-#ifdef NORVA_HARDENED
+// Escapes text for a quoted literal as the server's own escaping does for
+// utf8mb4 (an ASCII-safe character set: only these bytes need it).
+std::string Escaped(const std::string& text) {
     std::string escaped;
     escaped.reserve(text.size() + 8);
     for (char c : text) {
@@ -162,10 +176,42 @@ std::string Quotable(const std::string& text) {
         }
     }
     return escaped;
-#else
-    return text;
-#endif
 }
+
+// "name" in backquotes, a backquote inside doubled.
+std::string Backquoted(const std::string& name) {
+    std::string quoted = "`";
+    for (char c : name) {
+        if (c == '`') quoted += '`';
+        quoted += c;
+    }
+    return quoted + "`";
+}
+
+// "YYYY-MM-DD HH:MM:SS" from a time stamp; the fraction and zone are not stored.
+std::string DateTimeText(const TimeStamp& stamp) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", stamp.year, stamp.month, stamp.day, stamp.hour,
+                  stamp.minute, stamp.second);
+    return text;
+}
+
+// A DATETIME value as the server sends it; fraction and zone stay 0.
+TimeStamp TimeFromText(const std::string& text) {
+    TimeStamp stamp(0);
+    std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d", &stamp.year, &stamp.month, &stamp.day, &stamp.hour, &stamp.minute,
+                &stamp.second);
+    return stamp;
+}
+
+// A blob value of the one-statement-per-column writer that is handed on as
+// the address of a _BLOB record; the zero tail ends a read of the record's
+// own bytes as a wide text inside this object.
+struct BlobRecordValue {
+    _BLOB blob;
+    wchar_t end[2] = {0, 0};
+};
+static_assert(sizeof(_BLOB) % sizeof(wchar_t) == 0, "the tail must follow the _BLOB directly");
 
 std::string Narrow(const void* wide) {
     return StringUtils::stringFromwstring(wide ? static_cast<const wchar_t*>(wide) : L"");
@@ -204,6 +250,34 @@ int LeadingNumber(const std::string& text) {
     return static_cast<int>(negative ? -value : value);
 }
 
+// Writes the "not set" value of `type` into a caller's buffer: -1, an
+// empty text or TimeStamp(0).
+void ClearValue(void* value, PARAM_TYPE_NV type) {
+    switch (type) {
+        case PARAM_INT:
+        case PARAM_INT_2:
+        case PARAM_INT_5: {
+            const int32_t unset = -1;
+            std::memcpy(value, &unset, sizeof unset);
+            break;
+        }
+        case PARAM_LONG: {
+            const int64_t unset = -1;
+            std::memcpy(value, &unset, sizeof unset);
+            break;
+        }
+        case PARAM_DOUBLE: {
+            const double unset = -1;
+            std::memcpy(value, &unset, sizeof unset);
+            break;
+        }
+        case PARAM_WSTRING:
+        case PARAM_WSTRING_7: *static_cast<wchar_t*>(value) = L'\0'; break;
+        case PARAM_TIMESTAMP: *static_cast<TimeStamp*>(value) = TimeStamp(0); break;
+        default: break;
+    }
+}
+
 // A record being read; frees what it still holds if reading stops half-way.
 struct WorkingRecord {
     dl_Record record;
@@ -225,7 +299,7 @@ CMysqlDatabaseInterface* CMysqlDatabaseInterface::GetInstance() {
 }
 
 CMysqlDatabaseInterface::CMysqlDatabaseInterface()
-    : m_pDBConnection(nullptr), m_bIDPattern(false), m_pLogger(Logger::Initialise()) {
+    : m_pDBConnection(nullptr), m_bIDPattern(false), m_pProfile(&kExactProfile), m_pLogger(Logger::Initialise()) {
     RunFrame(m_pLogger, nullptr, kConstructor, [&](const wchar_t*&) {
         m_pLogger->log(kLevel, L"Creating a singleton object for dl_DatabaseInterface");
         m_userName = "lumbo27";
@@ -233,21 +307,104 @@ CMysqlDatabaseInterface::CMysqlDatabaseInterface()
         m_hostName = StringUtils::UTF8FromUni(ConfigurationControl::GetDBIPAddr());
         m_pDBConnection = CDatabaseConnection::GetInstance(m_hostName, m_userName, m_password);
         m_bIDPattern = ConfigurationControl::GetIDPattern();
+        m_pProfile = &ProfileNamed(ConfigurationControl::GetProfile());
         m_pLogger->log(kLevel, L"Creation a singleton object for dl_DatabaseInterface has been done");
     });
 }
 
 CMysqlDatabaseInterface::CMysqlDatabaseInterface(const CMysqlDatabaseInterface&)
-    : dl_MainInterface(), m_pDBConnection(nullptr), m_bIDPattern(false), m_pLogger(Logger::Initialise()) {}
+    : dl_MainInterface(),
+      m_pDBConnection(nullptr),
+      m_bIDPattern(false),
+      m_pProfile(&kExactProfile),
+      m_pLogger(Logger::Initialise()) {}
 
 CMysqlDatabaseInterface& CMysqlDatabaseInterface::operator=(const CMysqlDatabaseInterface&) { return *this; }
 
 // Neither the connection nor the singleton pointer is touched.
 CMysqlDatabaseInterface::~CMysqlDatabaseInterface() {}
 
-sql::ResultSet* CMysqlDatabaseInterface::Run(std::string& text) {
+const char* CMysqlDatabaseInterface::ProfileName() const { return m_pProfile->name; }
+
+sql::ResultSet* CMysqlDatabaseInterface::Run(std::string& text) { return Exec(text).rows; }
+
+CDatabaseConnection::Outcome CMysqlDatabaseInterface::Exec(std::string& text) {
     utility::LogCSqlQuery(kLevel, m_pLogger, text.c_str());
-    return m_pDBConnection ? m_pDBConnection->ExecuteSqlQuery(text) : nullptr;
+    if (m_pDBConnection == nullptr) return {nullptr, -1, 0};
+    CDatabaseConnection::Outcome outcome = m_pDBConnection->Execute(text);
+    // A deadlock (or a cluster's certification conflict) rolled the statement
+    // back whole, so running it again cannot apply it twice.
+    for (int retry = 0; outcome.error == 1213 && retry < m_pProfile->conflictRetries; ++retry) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface : conflict (error 1213), running the statement again");
+        outcome = m_pDBConnection->Execute(text);
+    }
+    return outcome;
+}
+
+bool CMysqlDatabaseInterface::Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what) {
+    delete outcome.rows;
+    if (!m_pProfile->truthfulAnswers) return true;
+    if (outcome.error != 0) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::%ls : the server refused the statement (error %d)", what,
+                       outcome.error);
+        return false;
+    }
+    if (needsRow && outcome.matched == 0) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::%ls : no row has the key", what);
+        return false;
+    }
+    return true;
+}
+
+std::string CMysqlDatabaseInterface::Name(const std::string& name) const {
+    if (!m_pProfile->quoteNames) return name;
+    // Each part of "TABLE.COLUMN" on its own; "*" stays bare.
+    std::string quoted;
+    size_t start = 0;
+    while (true) {
+        const size_t dot = name.find('.', start);
+        const std::string part = name.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+        quoted += part == "*" ? part : Backquoted(part);
+        if (dot == std::string::npos) return quoted;
+        quoted += '.';
+        start = dot + 1;
+    }
+}
+
+void CMysqlDatabaseInterface::Literal(std::ostringstream& out, PARAM_TYPE_NV type, const void* value) {
+    if (m_pProfile->times && type == PARAM_TIMESTAMP &&
+        (value == nullptr || *static_cast<const TimeStamp*>(value) == TimeStamp(0))) {
+        out << "NULL";
+        return;
+    }
+    out << "'";
+    SendValueToCursor(type, out, value);
+    out << "'";
+}
+
+std::string CMysqlDatabaseInterface::Quotable(const std::string& text) const {
+    return m_pProfile->escapeValues ? Escaped(text) : text;
+}
+
+void CMysqlDatabaseInterface::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, TupElement& element) {
+    if (m_pProfile->nullIsUnset && rows.isNull(index)) return;  // no value: tag 10
+    switch (columnType) {
+        case sql::DataType::INTEGER:
+            element.type = PARAM_INT;
+            element.value = new int32_t(rows.getInt(index));
+            break;
+        case sql::DataType::VARCHAR:
+        case sql::DataType::LONGVARCHAR:
+            element.type = PARAM_WSTRING;
+            element.value = NewWideText(StringUtils::wstringFromstring(rows.getString(index)));
+            break;
+        case sql::DataType::TIMESTAMP:
+            if (!m_pProfile->times) break;
+            element.type = PARAM_TIMESTAMP;
+            element.value = new TimeStamp(TimeFromText(rows.getString(index)));
+            break;
+        default: break;  // no value: tag 10
+    }
 }
 
 const char* CMysqlDatabaseInterface::ColumnPart(const char* column) {
@@ -262,15 +419,14 @@ const char* CMysqlDatabaseInterface::ColumnPart(const char* column) {
 
 void CMysqlDatabaseInterface::AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key,
                                              PARAM_TYPE_NV keyType) {
-    text << " WHERE " << GetPrimaryKey(table) << " = '";
-    SendValueToCursor(keyType, text, key);
-    text << "'";
+    text << " WHERE " << Name(GetPrimaryKey(table)) << " = ";
+    Literal(text, keyType, key);
 }
 
 std::string CMysqlDatabaseInterface::KeyedColumnStatement(const char* verb, const char* name, TICKET_TYPE_NV table,
                                                           const void* key, PARAM_TYPE_NV keyType) {
     std::ostringstream text;
-    text << verb << " " << name << " FROM " << GetTicketType(table);
+    text << verb << " " << Name(name) << " FROM " << Name(GetTicketType(table));
     AppendWhereKey(text, table, key, keyType);
     return text.str();
 }
@@ -304,7 +460,9 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
             case PARAM_DOUBLE: out << *static_cast<const double*>(value); break;
             case PARAM_WSTRING:
             case PARAM_WSTRING_7: out << Quotable(Narrow(value)); break;
-            case PARAM_TIMESTAMP: break;
+            case PARAM_TIMESTAMP:
+                if (m_pProfile->times && value) out << DateTimeText(*static_cast<const TimeStamp*>(value));
+                break;
             default:
                 m_pLogger->log(kLevel,
                                L"CMysqlDatabaseInterface::SendValueToCursor() : Unknown and UnHandled Type send to "
@@ -314,48 +472,52 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
 }
 
 bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
+    bool result = true;
     RunFrame(m_pLogger, &m_mutex, kAddNewTicket, [&](const wchar_t*&) {
         std::ostringstream text;
-        text << "INSERT INTO " << GetTicketType(table) << "(" << GetPrimaryKey(table) << ") VALUES('";
-        SendValueToCursor(keyType, text, key);
-        text << "')";
+        text << "INSERT INTO " << Name(GetTicketType(table)) << "(" << Name(GetPrimaryKey(table)) << ") VALUES(";
+        Literal(text, keyType, key);
+        text << ")";
         std::string statement = text.str();
-        delete Run(statement);
+        result = Answer(Exec(statement), false, L"AddNewTicket()");
     });
-    return true;
+    return result;
 }
 
 bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
+    bool result = true;
     RunFrame(m_pLogger, &m_mutex, kDeleteTicket, [&](const wchar_t*&) {
         std::ostringstream text;
-        text << "DELETE FROM " << GetTicketType(table) << " WHERE " << GetPrimaryKey(table) << "='";
-        SendValueToCursor(keyType, text, key);
-        text << "'";
+        text << "DELETE FROM " << Name(GetTicketType(table)) << " WHERE " << Name(GetPrimaryKey(table)) << "=";
+        Literal(text, keyType, key);
         std::string statement = text.str();
-        delete Run(statement);
+        result = Answer(Exec(statement), false, L"DeleteTicket()");
     });
-    return true;
+    return result;
 }
 
 bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, const void* value, PARAM_TYPE_NV valueType) {
+    bool result = true;
     RunFrame(m_pLogger, &m_mutex, kAddParameter, [&](const wchar_t*&) {
         if (valueType == PARAM_BLOB) {
             _BLOB blob(static_cast<const wchar_t*>(value));
-            AddBlob(table, key, keyType, column, &blob);
+            result = AddBlob(table, key, keyType, column, &blob);
             return;
         }
         const char* name = ColumnPart(column);
-        if (name == nullptr) return;
+        if (name == nullptr) {
+            result = !m_pProfile->truthfulAnswers;
+            return;
+        }
         std::ostringstream text;
-        text << "UPDATE " << GetTicketType(table) << " SET " << name << " = '";
-        SendValueToCursor(valueType, text, value);
-        text << "'";
+        text << "UPDATE " << Name(GetTicketType(table)) << " SET " << Name(name) << " = ";
+        Literal(text, valueType, value);
         AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
-        delete Run(statement);
+        result = Answer(Exec(statement), true, L"AddParameter()");
     });
-    return true;
+    return result;
 }
 
 bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
@@ -378,7 +540,18 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
             result = false;
             return;
         }
-        if (!rows->next()) return;  // no row: the caller's buffer stays as it was
+        if (!rows->next()) {
+            // No row: the caller's buffer stays as it was.
+            if (m_pProfile->truthfulAnswers) {
+                m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GetParameter() : no row has the key");
+                result = false;
+            }
+            return;
+        }
+        if (m_pProfile->nullIsUnset && rows->isNull(name)) {
+            ClearValue(value, valueType);
+            return;
+        }
         switch (valueType) {
             case PARAM_INT:
             case PARAM_INT_2: {
@@ -403,6 +576,9 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
                 std::wmemcpy(static_cast<wchar_t*>(value), wide.c_str(), wide.size() + 1);
                 break;
             }
+            case PARAM_TIMESTAMP:
+                if (m_pProfile->times) *static_cast<TimeStamp*>(value) = TimeFromText(rows->getString(name));
+                break;
             default: break;
         }
     });
@@ -411,33 +587,49 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                               const char* column, PARAM_TYPE_NV) {
+    bool result = true;
     RunFrame(m_pLogger, &m_mutex, kDeleteParameter, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
-        if (name == nullptr) return;
-        // The server reads this as a multi-table delete naming the column as
-        // a table and refuses it; kept so, the failure is only logged.
-        std::string statement = KeyedColumnStatement("DELETE", name, table, key, keyType);
-        delete Run(statement);
+        if (name == nullptr) {
+            result = !m_pProfile->truthfulAnswers;
+            return;
+        }
+        std::string statement;
+        if (m_pProfile->clearSetsNull) {
+            std::ostringstream text;
+            text << "UPDATE " << Name(GetTicketType(table)) << " SET " << Name(name) << " = NULL";
+            AppendWhereKey(text, table, key, keyType);
+            statement = text.str();
+        } else {
+            // The server reads this as a multi-table delete naming the column as
+            // a table and refuses it; kept so, the failure is only logged.
+            statement = KeyedColumnStatement("DELETE", name, table, key, keyType);
+        }
+        result = Answer(Exec(statement), true, L"DeleteParameter()");
     });
-    return true;
+    return result;
 }
 
 bool CMysqlDatabaseInterface::AddBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                       const char* column, _BLOB* blob) {
+    bool result = true;
     RunFrame(m_pLogger, nullptr, kAddBlob, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
-        if (name == nullptr) return;
-        std::string text = "UPDATE " + GetTicketType(table) + " SET " + name + "='" +
-                           Quotable(Narrow(blob ? blob->data : nullptr)) + "' WHERE " + GetPrimaryKey(table) +
+        if (name == nullptr) {
+            result = !m_pProfile->truthfulAnswers;
+            return;
+        }
+        std::string text = "UPDATE " + Name(GetTicketType(table)) + " SET " + Name(name) + "='" +
+                           Quotable(Narrow(blob ? blob->data : nullptr)) + "' WHERE " + Name(GetPrimaryKey(table)) +
                            " = '";
         if (keyType == PARAM_INT)
             text += std::to_string(*static_cast<const int32_t*>(key));
         else
             text += Quotable(Narrow(key));
         text += "'";
-        delete Run(text);
+        result = Answer(Exec(text), true, L"AddBlob()");
     });
-    return true;
+    return result;
 }
 
 bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
@@ -467,10 +659,10 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
 void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
     RunFrame(m_pLogger, &m_mutex, kExecuteQuery, [&](const wchar_t*& exitLine) {
         std::string text = query->StartStatement.set ? query->StartStatement.text : "SELECT ";
-        for (const char* key : query->m_keys) text += std::string(utility::StringLowerToUpper(key)) + " ,";
+        for (const char* key : query->m_keys) text += Name(utility::StringLowerToUpper(key)) + " ,";
         if (!text.empty()) text.erase(text.size() - 1);
         text += "FROM ";
-        for (TICKET_TYPE_NV table : query->m_tableTypes) text += GetTicketType(table) + " ,";
+        for (TICKET_TYPE_NV table : query->m_tableTypes) text += Name(GetTicketType(table)) + " ,";
         text.erase(text.size() - std::min<size_t>(2, text.size()));
         if (!query->m_conditions.m_conditions.empty()) {
             text += " WHERE ";
@@ -478,13 +670,21 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
                 switch (token->type) {
                     case COND_BRACKET:
                     case COND_OPERATOR: text += static_cast<const char*>(token->value); break;
-                    case COND_COLUMN: text += utility::StringLowerToUpper(static_cast<const char*>(token->value)); break;
+                    case COND_COLUMN: {
+                        // A "TABLE.COLUMN" token is a name; others (CURRENT_TIMESTAMP) go in bare.
+                        const char* column = utility::StringLowerToUpper(static_cast<const char*>(token->value));
+                        text += std::strchr(column, '.') ? Name(column) : column;
+                        break;
+                    }
                     default: {
                         std::ostringstream value;
                         const TupElement* element =
                             token->type == COND_VALUE ? static_cast<const TupElement*>(token->value) : nullptr;
-                        if (element) SendValueToCursor(element->type, value, element->value);
-                        text += "'" + value.str() + "'";
+                        if (element)
+                            Literal(value, element->type, element->value);
+                        else
+                            value << "''";
+                        text += value.str();
                     }
                 }
                 text += " ";
@@ -508,18 +708,7 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             for (unsigned int i = 1; i <= columns.size(); ++i) {
                 const std::string& name = columns[i - 1].second;
                 std::unique_ptr<TupElement> element(new TupElement());
-                switch (columns[i - 1].first) {
-                    case sql::DataType::INTEGER:
-                        element->type = PARAM_INT;
-                        element->value = new int32_t(rows->getInt(i));
-                        break;
-                    case sql::DataType::VARCHAR:
-                    case sql::DataType::LONGVARCHAR:
-                        element->type = PARAM_WSTRING;
-                        element->value = NewWideText(StringUtils::wstringFromstring(rows->getString(i)));
-                        break;
-                    default: break;  // no value: tag 10
-                }
+                ReadCell(*rows, i, columns[i - 1].first, *element);
                 element->name = NewText(name);
                 std::unique_ptr<char[]> key(NewText(name));
                 if (working.record.insert(std::make_pair(key.get(), element.get())).second) {
@@ -537,6 +726,10 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
 
 void CMysqlDatabaseInterface::GenerateNewID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType) {
     RunFrame(m_pLogger, &m_mutex, kGenerateNewID, [&](const wchar_t*&) {
+        if (m_pProfile->sharedIds) {
+            ReserveID(table, out, keyType);
+            return;
+        }
         int maxId = GetMaxId(table);
         const int readMaxId = maxId;
         std::string text = "SELECT " + GetPrimaryKey(table) + " FROM " + GetTicketType(table);
@@ -617,6 +810,13 @@ int CMysqlDatabaseInterface::NextID(std::vector<int>& keys, int* maxId) {
         m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GenerateNewID() : no identifier left below %d", INT_MAX);
         return -1;
     }
+    // Keys and mark below 0 can make the next number 0 or less: no identifier,
+    // and the mark stays where it was.
+    if (id < 1) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GenerateNewID() : no identifier above 0 follows %d",
+                       static_cast<int>(id - 1));
+        return -1;
+    }
     *maxId = std::max<int>(static_cast<int>(id), *maxId);
     return static_cast<int>(id);
 }
@@ -625,7 +825,7 @@ int CMysqlDatabaseInterface::GetMaxId(TICKET_TYPE_NV table) {
     int value = 0;
     RunFrame(m_pLogger, nullptr, kGetMaxId, [&](const wchar_t*& exitLine) {
         const std::string column = GetTicketType(table);
-        std::string text = "SELECT " + column + " FROM " + GetTicketType(TICKET_MAXID);
+        std::string text = "SELECT " + Name(column) + " FROM " + Name(GetTicketType(TICKET_MAXID));
         std::unique_ptr<sql::ResultSet> rows(Run(text));
         if (!rows) {
             exitLine = nullptr;
@@ -642,4 +842,179 @@ void CMysqlDatabaseInterface::UpdateMaxId(TICKET_TYPE_NV table, int value) {
             "UPDATE " + GetTicketType(TICKET_MAXID) + " SET " + GetTicketType(table) + " ='" + std::to_string(value) + "'";
         delete Run(text);
     });
+}
+
+namespace {
+
+// Whether an identifier was written to `key`: a text key is not empty, an int
+// key is not -1 (the value callers start from).
+bool KeyProduced(const void* key, PARAM_TYPE_NV keyType) {
+    return keyType == PARAM_INT ? *static_cast<const int32_t*>(key) != -1 : static_cast<const wchar_t*>(key)[0] != 0;
+}
+
+void ClearKey(void* key, PARAM_TYPE_NV keyType) {
+    if (keyType == PARAM_INT)
+        *static_cast<int32_t*>(key) = -1;
+    else
+        static_cast<wchar_t*>(key)[0] = 0;
+}
+
+// The value of a column as a literal: blob texts are plain texts there.
+PARAM_TYPE_NV LiteralType(PARAM_TYPE_NV type) { return type == PARAM_BLOB ? PARAM_WSTRING : type; }
+
+}  // namespace
+
+bool CMysqlDatabaseInterface::ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType) {
+    if (keyType != PARAM_INT && keyType != PARAM_WSTRING) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GenerateNewQID() : Unknown Type to generate id");
+        return false;
+    }
+    const std::string mark = Name(GetTicketType(table));  // MAXID's column is named after the table
+    const std::string marks = Name(GetTicketType(TICKET_MAXID));
+    int64_t id = -1;
+    if (!m_bIDPattern) {
+        // One atomic step raises the mark and remembers the new value for
+        // this connection alone, so no two processes get the same number.
+        CDatabaseConnection::Pin pin(m_pDBConnection);
+        std::string raise = "UPDATE " + marks + " SET " + mark + " = LAST_INSERT_ID(" + mark + " + 1)";
+        if (!Answer(Exec(raise), true, L"GenerateNewID()")) return false;
+        std::string read = "SELECT LAST_INSERT_ID()";
+        std::unique_ptr<sql::ResultSet> rows(Run(read));
+        if (rows && rows->next()) id = rows->getInt64(1);
+    } else {
+        // Lowest free number: a candidate only; the row insert decides, and
+        // another process that took it makes the insert try again.
+        int maxId = GetMaxId(table);
+        const int readMaxId = maxId;
+        std::string text = "SELECT " + Name(GetPrimaryKey(table)) + " FROM " + Name(GetTicketType(table));
+        std::unique_ptr<sql::ResultSet> keys(Run(text));
+        if (!keys) return false;
+        std::vector<int> values;
+        while (keys->next())
+            values.push_back(keyType == PARAM_WSTRING ? LeadingNumber(keys->getString(1)) : keys->getInt(1));
+        id = NextID(values, &maxId);
+        if (id > 0 && maxId != readMaxId) {
+            std::string raise = "UPDATE " + marks + " SET " + mark + " = GREATEST(" + mark + ", " +
+                                std::to_string(id) + ")";
+            Answer(Exec(raise), false, L"GenerateNewID()");
+        }
+    }
+    if (id < 1 || id > INT_MAX) {
+        m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GenerateNewID() : no identifier could be reserved");
+        return false;
+    }
+    if (keyType == PARAM_WSTRING)
+        std::swprintf(static_cast<wchar_t*>(out), 32, L"%d", static_cast<int>(id));
+    else
+        *static_cast<int32_t*>(out) = static_cast<int32_t>(id);
+    return true;
+}
+
+void CMysqlDatabaseInterface::RaiseMarkToKeys(TICKET_TYPE_NV table) {
+    const std::string key = Name(GetPrimaryKey(table));
+    std::string text = "SELECT MAX(CAST(" + key + " AS SIGNED)) FROM " + Name(GetTicketType(table));
+    std::unique_ptr<sql::ResultSet> rows(Run(text));
+    if (!rows || !rows->next() || rows->isNull(1)) return;
+    const std::string mark = Name(GetTicketType(table));
+    std::string raise = "UPDATE " + Name(GetTicketType(TICKET_MAXID)) + " SET " + mark + " = GREATEST(" + mark +
+                        ", " + std::to_string(std::min<int64_t>(rows->getInt64(1), INT_MAX)) + ")";
+    Answer(Exec(raise), false, L"GenerateNewID()");
+}
+
+bool CMysqlDatabaseInterface::WriteRow(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
+                                       const dl_ColumnValue* columns, size_t count, bool ok) {
+    if (!m_pProfile->oneStatementRows) {
+        // One AddParameter per column, each with its own lines and answer.
+        for (size_t i = 0; i < count; ++i) {
+            const dl_ColumnValue& column = columns[i];
+            if (column.whileOk && !ok) continue;
+            if (column.blobRecord) {
+                BlobRecordValue record{_BLOB(static_cast<const wchar_t*>(column.value))};
+                ok = AddParameter(table, key, keyType, column.column, &record.blob, PARAM_BLOB);
+            } else {
+                ok = AddParameter(table, key, keyType, column.column, column.value, column.type);
+            }
+        }
+        return ok;
+    }
+    if (count == 0) return ok;
+    bool result = false;
+    RunFrame(m_pLogger, &m_mutex, kWriteRow, [&](const wchar_t*&) {
+        std::ostringstream text;
+        text << "UPDATE " << Name(GetTicketType(table)) << " SET ";
+        for (size_t i = 0; i < count; ++i) {
+            const char* name = ColumnPart(columns[i].column);
+            if (name == nullptr) return;
+            text << (i ? ", " : "") << Name(name) << " = ";
+            Literal(text, LiteralType(columns[i].type), columns[i].value);
+        }
+        AppendWhereKey(text, table, key, keyType);
+        std::string statement = text.str();
+        result = Answer(Exec(statement), true, L"WriteRow()");
+    });
+    return result;
+}
+
+bool CMysqlDatabaseInterface::InsertRow(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate,
+                                        bool replace, const dl_ColumnValue* columns, size_t count) {
+    if (m_pProfile->oneStatementRows) {
+        bool result = false;
+        RunFrame(m_pLogger, &m_mutex, kInsertRow, [&](const wchar_t*&) {
+            result = InsertOneStatement(table, key, keyType, generate, replace, columns, count);
+        });
+        return result;
+    }
+    if (generate) {
+        GenerateNewID(table, key, keyType);
+        if (!KeyProduced(key, keyType)) return false;
+    }
+    const bool ok = AddNewTicket(table, key, keyType);
+    return WriteRow(table, key, keyType, columns, count, ok);
+}
+
+bool CMysqlDatabaseInterface::InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType,
+                                                 bool generate, bool replace, const dl_ColumnValue* columns,
+                                                 size_t count) {
+    const std::string keyColumn = GetPrimaryKey(table);
+    // The key column is written from the key; a column naming it again is left out.
+    std::vector<std::pair<const char*, const dl_ColumnValue*>> written;
+    for (size_t i = 0; i < count; ++i) {
+        const char* name = ColumnPart(columns[i].column);
+        if (name == nullptr) return false;
+        if (keyColumn != name) written.emplace_back(name, &columns[i]);
+    }
+    for (int attempt = 1; attempt <= kInsertAttempts; ++attempt) {
+        if (generate && !ReserveID(table, key, keyType)) break;
+        std::ostringstream text;
+        text << "INSERT INTO " << Name(GetTicketType(table)) << " (" << Name(keyColumn);
+        for (const auto& column : written) text << ", " << Name(column.first);
+        text << ") VALUES (";
+        Literal(text, keyType, key);
+        for (const auto& column : written) {
+            text << ", ";
+            Literal(text, LiteralType(column.second->type), column.second->value);
+        }
+        text << ")";
+        if (replace) {
+            text << " ON DUPLICATE KEY UPDATE ";
+            if (written.empty()) text << Name(keyColumn) << " = " << Name(keyColumn);
+            for (size_t i = 0; i < written.size(); ++i) {
+                const std::string name = Name(written[i].first);
+                text << (i ? ", " : "") << name << " = VALUES(" << name << ")";
+            }
+        }
+        std::string statement = text.str();
+        CDatabaseConnection::Outcome outcome = Exec(statement);
+        if (outcome.error == kDuplicateKey && generate) {
+            // Another process (or a row written past the mark) has this key.
+            delete outcome.rows;
+            m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::InsertRow() : the key is taken, trying another");
+            if (attempt == kAttemptsBeforeResync) RaiseMarkToKeys(table);
+            continue;
+        }
+        if (Answer(outcome, false, L"InsertRow()")) return true;
+        break;
+    }
+    if (generate) ClearKey(key, keyType);
+    return false;
 }

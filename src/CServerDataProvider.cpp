@@ -49,13 +49,10 @@ CServerDataProvider::~CServerDataProvider() {}
 
 bool CServerDataProvider::AddServer(CServerRecord* rec) {
     int id = -1;
-    m_pDatabase->GenerateNewID(m_tableType, &id, PARAM_INT);
-    if (id == -1) return false;
-    rec->SERVERID = id;
-
     const provider::Row row{m_pDatabase, m_tableType, &id, PARAM_INT};
-    const bool ok = m_pDatabase->AddNewTicket(m_tableType, &id, PARAM_INT);
-    return provider::WriteColumns(row, *rec, kColumns, kWriteOrder, provider::WriteMode::WhileOk, ok);
+    const bool ok = provider::InsertColumns(row, true, false, {}, *rec, kColumns, kWriteOrder);
+    if (id != -1) rec->SERVERID = id;
+    return ok;
 }
 
 bool CServerDataProvider::DeleteServer(int serverId) {

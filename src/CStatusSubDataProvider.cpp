@@ -126,12 +126,10 @@ CStatusSubDataProvider::~CStatusSubDataProvider() {}
 
 bool CStatusSubDataProvider::AddRecord(StatusSubTableRecord* rec) {
     int id = -1;
-    m_pDatabase->GenerateNewID(m_tableType, &id, PARAM_INT);
-    if (Invalid(id)) return false;
-    rec->ID = id;
     const provider::Row row{m_pDatabase, m_tableType, &id, PARAM_INT};
-    const bool ok = m_pDatabase->AddNewTicket(m_tableType, &id, PARAM_INT);
-    return provider::WriteColumns(row, *rec, kColumns, kWriteOrder, provider::WriteMode::WhileOk, ok);
+    const bool ok = provider::InsertColumns(row, true, false, {}, *rec, kColumns, kWriteOrder);
+    if (!Invalid(id)) rec->ID = id;
+    return ok;
 }
 
 bool CStatusSubDataProvider::DeleteRecord(int id) {
@@ -141,17 +139,11 @@ bool CStatusSubDataProvider::DeleteRecord(int id) {
 
 bool CStatusSubDataProvider::UpdateRecord(int id, const StatusSubTableRecord& rec) {
     if (Invalid(id)) return false;
-    const provider::Row row{m_pDatabase, m_tableType, &id, PARAM_INT};
     // Every set column is attempted and the last write's result counts, but
     // SENDERID is written only while that result is true.
-    bool result = false;
-    for (int index : kWriteOrder) {
-        const Column<Rec>& column = kColumns[index];
-        if (!provider::IsSet(rec, column)) continue;
-        if (index == COL_SENDERID && !result) continue;
-        result = provider::WriteColumn(row, rec, column);
-    }
-    return result;
+    std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kWriteOrder, provider::WriteMode::Every);
+    for (dl_ColumnValue& column : columns) column.whileOk = column.column == Name(COL_SENDERID);
+    return m_pDatabase->WriteRow(m_tableType, &id, PARAM_INT, columns.data(), columns.size(), false);
 }
 
 bool CStatusSubDataProvider::UpdateLastStatusSignal(int id, const std::wstring& signal) {

@@ -83,15 +83,6 @@ const int kReadOrderTail[] = {
 
 const char* const kQentryId = "JDFTICKET.QENTRYID";
 
-// The store reads a blob value as a wide C string. UpdateTicketRecord hands it
-// the address of a _BLOB record instead of its text, so the store reads the
-// record's own bytes; the zero tail ends that read inside this object.
-struct BlobValue {
-    _BLOB blob;
-    wchar_t end[2] = {0, 0};
-};
-static_assert(sizeof(_BLOB) % sizeof(wchar_t) == 0, "the tail must follow the _BLOB directly");
-
 }  // namespace
 
 CTicketDataProvider::CTicketDataProvider()
@@ -100,18 +91,16 @@ CTicketDataProvider::CTicketDataProvider()
 CTicketDataProvider::~CTicketDataProvider() {}
 
 bool CTicketDataProvider::AddTicket(CTicketRecord* rec) {
-    wchar_t key[kKeyChars] = {};
-    bool ok = false;
     // The key is always generated here; a record that brings its own is refused.
-    if (rec->qentryId.empty()) m_pDatabase->GenerateNewID(kTable, key, PARAM_WSTRING);
-    if (key[0] == 0) return false;
-    rec->qentryId = key;
-
+    if (!rec->qentryId.empty()) return false;
+    wchar_t key[kKeyChars] = {};
     const provider::Row row{m_pDatabase, kTable, key, PARAM_WSTRING};
-    ok = m_pDatabase->AddNewTicket(kTable, key, PARAM_WSTRING);
     // The JDF is written whatever the insert returned, and its result counts.
-    if (!rec->jdf.empty()) ok = provider::WriteColumn(row, *rec, kColumns[C_JDF]);
-    return provider::WriteColumns(row, *rec, kColumns, kAddOrder, provider::WriteMode::WhileOk, ok);
+    std::vector<dl_ColumnValue> first;
+    if (!rec->jdf.empty()) first.push_back(provider::Always(*rec, kColumns[C_JDF]));
+    const bool ok = provider::InsertColumns(row, true, false, first, *rec, kColumns, kAddOrder);
+    if (key[0] != 0) rec->qentryId = key;
+    return ok;
 }
 
 bool CTicketDataProvider::GetTicketRecord(const std::wstring& qentryId, CTicketRecord* rec) {
@@ -142,21 +131,11 @@ bool CTicketDataProvider::RemoveTicket(const std::wstring& qentryId) {
 
 bool CTicketDataProvider::UpdateTicketRecord(const std::wstring& qentryId, const TicketTableRecord& rec) {
     if (qentryId.empty()) return false;
-    const provider::Row row{m_pDatabase, kTable, qentryId.c_str(), PARAM_WSTRING};
-    bool ok = false;
-    for (int index : kUpdateOrder) {
-        const Column<Rec>& column = kColumns[index];
-        if (!provider::IsSet(rec, column)) continue;
-        if (column.type == PARAM_BLOB) {
-            // Blob columns get the address of a _BLOB record, not its text (kept so;
-            // the JDF text itself is replaced through UpdateJDF).
-            BlobValue value{_BLOB((rec.*column.text).c_str())};
-            ok = m_pDatabase->AddParameter(kTable, row.key, row.keyType, column.name, &value.blob, PARAM_BLOB);
-        } else {
-            ok = provider::WriteColumn(row, rec, column);
-        }
-    }
-    return ok;
+    std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kUpdateOrder, provider::WriteMode::Every);
+    // Written one by one, blob columns get the address of a _BLOB record, not
+    // its text (kept so; the JDF text itself is replaced through UpdateJDF).
+    for (dl_ColumnValue& column : columns) column.blobRecord = column.type == PARAM_BLOB;
+    return m_pDatabase->WriteRow(kTable, qentryId.c_str(), PARAM_WSTRING, columns.data(), columns.size(), false);
 }
 
 bool CTicketDataProvider::GetJDF(const std::wstring& qentryId, std::wstring& jdf) {

@@ -60,6 +60,8 @@ bool CDatabaseConnection::InitConnection() {
         options["schema"] = sql::SQLString(schema);
         // Statements carry UTF-8 text; say so, whatever the client library's default.
         options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
+        // A change reports the rows it matched, not only those it altered.
+        options["CLIENT_FOUND_ROWS"] = true;
         m_pConnection = m_pDriver->connect(options);
         m_bConnected = true;
         m_pHosts->Answered(attempt);
@@ -84,11 +86,12 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
         if (!ReEstablishConnection()) {
             m_pLogger->log(kLevel,
                            L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished.");
-            return {nullptr, -1};
+            return {nullptr, -1, 0};
         }
     }
     sql::ResultSet* result = nullptr;
     int error = 0;
+    long long matched = 0;
     {
         MutexLock lock(m_mutex);
         sql::Statement* statement = nullptr;
@@ -97,6 +100,8 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
             if (statement->execute(query)) {
                 m_pLogger->log(kLevel, L"ExecuteSqlQuery::Getting result set");
                 result = statement->getResultSet();
+            } else {
+                matched = static_cast<long long>(statement->getUpdateCount());
             }
         } catch (sql::SQLException& e) {
             error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
@@ -119,7 +124,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
         if (error != 0 && m_pHosts->Lost(error)) InitConnection();  // several hosts: move on to the next now
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
-    return {result, error};
+    return {result, error, matched};
 }
 
 bool CDatabaseConnection::ReEstablishConnection() {

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "TimeStamp.h"
 #include "Tuplist.h"
@@ -136,27 +137,48 @@ const void* ValueOf(const R& rec, const Column<R>& column) {
     return &(rec.*column.time);
 }
 
-template <class R>
-bool WriteColumn(const Row& row, const R& rec, const Column<R>& column) {
-    return row.db->AddParameter(row.table, row.key, row.keyType, column.name, ValueOf(rec, column), column.type);
-}
-
 enum class WriteMode {
     WhileOk,  // stop at the first failed write; `ok` carries in and out
     Every     // attempt every set column; the last write's result counts
 };
 
-// Writes the set columns of `rec` listed in `order` (indexes into `table`).
+// The set columns of `rec` listed in `order` (indexes into `table`), as the
+// store's row writes take them.
+template <class R, size_t N, size_t M>
+std::vector<dl_ColumnValue> SetColumns(const R& rec, const Column<R> (&table)[N], const int (&order)[M],
+                                       WriteMode mode) {
+    std::vector<dl_ColumnValue> columns;
+    for (int index : order) {
+        const Column<R>& column = table[index];
+        if (IsSet(rec, column))
+            columns.push_back({column.name, ValueOf(rec, column), column.type, mode == WriteMode::WhileOk, false});
+    }
+    return columns;
+}
+
+// A column of a row write that goes out whatever the writes before it answered.
+template <class R>
+dl_ColumnValue Always(const R& rec, const Column<R>& column) {
+    return {column.name, ValueOf(rec, column), column.type, false, false};
+}
+
+// Writes the set columns of `rec` listed in `order` to an existing row.
 template <class R, size_t N, size_t M>
 bool WriteColumns(const Row& row, const R& rec, const Column<R> (&table)[N], const int (&order)[M], WriteMode mode,
                   bool ok) {
-    for (int index : order) {
-        const Column<R>& column = table[index];
-        if (!IsSet(rec, column)) continue;
-        if (mode == WriteMode::WhileOk && !ok) break;
-        ok = WriteColumn(row, rec, column);
-    }
-    return ok;
+    const std::vector<dl_ColumnValue> columns = SetColumns(rec, table, order, mode);
+    return row.db->WriteRow(row.table, row.key, row.keyType, columns.data(), columns.size(), ok);
+}
+
+// Adds the row: `first` (written whatever the insert answered), then the set
+// columns of `rec` listed in `order`, each only while the writes before it
+// succeeded. With `generate` the store makes the key into row.key first.
+template <class R, size_t N, size_t M>
+bool InsertColumns(const Row& row, bool generate, bool replace, std::vector<dl_ColumnValue> first, const R& rec,
+                   const Column<R> (&table)[N], const int (&order)[M]) {
+    for (const dl_ColumnValue& column : SetColumns(rec, table, order, WriteMode::WhileOk)) first.push_back(column);
+    return row.db->InsertRow(row.table, const_cast<void*>(row.key), row.keyType, generate, replace, first.data(),
+                             first.size());
 }
 
 // How a reader treats a column that comes back without a value.
