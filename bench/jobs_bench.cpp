@@ -118,12 +118,12 @@ void Commit(benchmark::State& state, const std::string& profile) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    for (const char* profile : {"exact", "safe"}) {
+    for (const std::string profile : {"exact", "safe"}) {
         for (int processes : {1, 3})
-            benchmark::RegisterBenchmark(("Jobs/" + std::string(profile) + "/processes:" + std::to_string(processes)).c_str(),
-                                         Jobs, processes, std::string(profile))
+            benchmark::RegisterBenchmark(("Jobs/" + profile + "/processes:" + std::to_string(processes)).c_str(), Jobs,
+                                         processes, profile)
                 ->UseManualTime()->Iterations(1)->Repetitions(3)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("Commit/" + std::string(profile)).c_str(), Commit, std::string(profile))
+        benchmark::RegisterBenchmark(("Commit/" + profile).c_str(), Commit, profile)
             ->UseManualTime()->Iterations(1)->Repetitions(3)->Unit(benchmark::kMicrosecond);
     }
     benchmark::Initialize(&argc, argv);

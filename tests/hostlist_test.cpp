@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <vector>
 
 #include "DatabaseConnection.h"
 #include "TestSupport.h"
@@ -14,10 +15,17 @@ namespace {
 
 const char* const kRefused = "tcp://127.0.0.1:1";  // nothing listens on port 1
 
+// Connections, like the library's own, are never freed: they stay reachable here.
+CDatabaseConnection* Connect(const std::string& hosts) {
+    static std::vector<CDatabaseConnection*> kept;
+    kept.push_back(new CDatabaseConnection(hosts, "lumbo27", "lumbo27"));
+    return kept.back();
+}
+
 TEST(HostList, HostsThatDoNotAnswerArePassedOverInOrder) {
     testing_support::LogCapture log;
-    CDatabaseConnection connection(std::string(kRefused) + " , " + kRefused + ",," + testing_support::DbHost(),
-                                   "lumbo27", "lumbo27");
+    CDatabaseConnection& connection =
+        *Connect(std::string(kRefused) + " , " + kRefused + ",," + testing_support::DbHost());
     EXPECT_EQ(2u, log.Count(L"MySQL error code: 2002"));  // both refusals, then the server
     std::string query = "SELECT 7";
     const CDatabaseConnection::Outcome outcome = connection.Execute(query);
@@ -29,12 +37,13 @@ TEST(HostList, HostsThatDoNotAnswerArePassedOverInOrder) {
 
 TEST(HostList, NoHostAnswers) {
     testing_support::LogCapture log;
-    CDatabaseConnection connection(std::string(kRefused) + "," + kRefused, "lumbo27", "lumbo27");
+    CDatabaseConnection& connection = *Connect(std::string(kRefused) + "," + kRefused);
     EXPECT_EQ(2u, log.Count(L"SQLException in ../../src/DatabaseConnection"));
     std::string query = "SELECT 7";
     const CDatabaseConnection::Outcome outcome = connection.Execute(query);
     EXPECT_TRUE(outcome.rows == nullptr && outcome.error == -1);
-    EXPECT_TRUE(log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
+    EXPECT_TRUE(
+        log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
 }
 
 }  // namespace
