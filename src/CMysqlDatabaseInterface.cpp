@@ -876,7 +876,8 @@ bool CMysqlDatabaseInterface::ReserveID(TICKET_TYPE_NV table, void* out, PARAM_T
         // One atomic step raises the mark and remembers the new value for
         // this connection alone, so no two processes get the same number.
         CDatabaseConnection::Pin pin(m_pDBConnection);
-        std::string raise = "UPDATE " + marks + " SET " + mark + " = LAST_INSERT_ID(" + mark + " + 1)";
+        // A mark below 0 counts as 0.
+        std::string raise = "UPDATE " + marks + " SET " + mark + " = LAST_INSERT_ID(GREATEST(" + mark + ", 0) + 1)";
         if (!Answer(Exec(raise), true, L"GenerateNewID()")) return false;
         std::string read = "SELECT LAST_INSERT_ID()";
         std::unique_ptr<sql::ResultSet> rows(Run(read));

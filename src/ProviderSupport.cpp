@@ -68,6 +68,8 @@ TimeStamp TimeOr(const TupElement* element, const TimeStamp& fallback) {
 }
 
 std::wstring TextAsIs(const TupElement* element) {
+    // A column that came back NULL (it has a name, but no value) is empty text.
+    if (element != nullptr && element->name != nullptr && element->value == nullptr) return std::wstring();
     if (!HasValue(element) || !IsText(element->type))
         throw std::logic_error("basic_string: construction from null is not valid");
     return static_cast<const wchar_t*>(element->value);

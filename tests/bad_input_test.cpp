@@ -114,7 +114,7 @@ TEST_F(BadInputTest, AwkwardValuesThroughEveryProvider) {
             if (!table.empty())
                 db.Exec("INSERT INTO " + table + "(" + key + ", " + col + ") VALUES('1', 'old'), ('2', 'neighbour')");
             // The ticket file escapes every text itself and takes any length.
-            const Expect expect = table.empty() ? kSame : testing_support::kHardened ? value.hardened : value.plain;
+            const Expect expect = table.empty() ? kSame : testing_support::Safe() ? value.hardened : value.plain;
 
             testing_support::LogCapture log;
             EXPECT_EQ(value.value.empty() ? column.resultWhenUnset : true, column.write(value.value));
@@ -135,7 +135,7 @@ TEST_F(BadInputTest, AwkwardValuesThroughEveryProvider) {
 // the insert is refused (1292) and the column writes on the key overwrite
 // both other rows. The hardened build stores and reads it as plain text.
 TEST_F(BadInputTest, HostileKey) {
-    const bool hardened = testing_support::kHardened;
+    const bool hardened = testing_support::Safe();
     db.Exec("INSERT INTO DEVICE(DEVICEID, STATUSMSG) VALUES('d1', 'one'), ('d2', 'two')");
     testing_support::LogCapture log;
     DeviceTableRecord rec, back;

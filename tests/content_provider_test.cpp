@@ -9,10 +9,10 @@
 
 struct ContentProviderTest : ::testing::Test {
     void SetUp() override { db.Reset({"CONTENT"}); }
-    // Every field set; the store cannot write a DATETIME, so cacheDate reads back unset.
+    // Every field set; only the safe profile writes a DATETIME, so cacheDate reads back unset in the exact one.
     static ContentTableRecord Full(const std::wstring& qentryId, const std::wstring& runId) {
         return {-1, runId, qentryId, L"http://h/\u6771\u4eac.pdf", L"cache\\job\\a.pdf", 2, L"Stra\u00dfe \u00e9t\u00e9",
-                12, L"PDF", TimeStamp(3), TimeStamp(0), L"http://h/p.png", L"prev\\p.png"};
+                12, L"PDF", testing_support::Stamp(2026, 11, 24, 8, 30, 0), TimeStamp(0), L"http://h/p.png", L"prev\\p.png"};
     }
     testing_support::RawDb db;
     CContentDataProvider provider;
@@ -38,7 +38,7 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
         return std::tie(r.contentId, r.runId, r.qentryId, r.remoteUrl, r.cacFilePath, r.cacheStat, r.displayName, r.nPages,
                         r.fileType, r.cacheDate, r.lastModDate, r.previewRemoteUrl, r.previewCacFilePath);
     };
-    rec.cacFilePath = L"cache/job/a.pdf", rec.previewCacFilePath = L"prev/p.png", rec.cacheDate = TimeStamp(0);
+    rec.cacFilePath = L"cache/job/a.pdf", rec.previewCacFilePath = L"prev/p.png", rec.cacheDate = testing_support::Stored(rec.cacheDate);
     EXPECT_TRUE(fields(rec) == fields(back));
 
     std::vector<ContentTableRecord> out(1);
@@ -48,7 +48,9 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
               std::make_tuple(out[0].contentId, out[1].contentId, out[2].contentId, out[2].runId, out[2].qentryId,
                               out[2].displayName, out[2].previewCacFilePath, out[2].nPages));
     EXPECT_EQ(2, provider.GetContentId(L"Q1", L"R1"));
-    EXPECT_TRUE(log.Contains(L"SELECT CONTENT.CONTENTID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) AND ( CONTENT.RUN_ID = 'R1' ) "));
+    EXPECT_TRUE(log.Contains(testing_support::ByProfile(
+        L"SELECT CONTENT.CONTENTID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) AND ( CONTENT.RUN_ID = 'R1' ) ",
+        L"SELECT `CONTENT`.`CONTENTID` FROM `CONTENT` WHERE ( `CONTENT`.`QENTRYID` = 'Q1' ) AND ( `CONTENT`.`RUN_ID` = 'R1' ) ")));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CContentDataProvider::GetContentId") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"));
 
@@ -58,10 +60,9 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
     EXPECT_EQ(log.Lines(), (std::vector<std::wstring>{L"CContentDataProvider::DeleteRecord() Failed since contentID == -1",
                                                       L"CContentDataProvider::GetRecords()-> Empty QueuEntry"}));
     update.cacFilePath = L"x\\y\\z";
-    EXPECT_TRUE(provider.UpdateRecord(1, update) && !log.ContainsText(L"SET NPAGES") && !log.ContainsText(L"SET CACHESTAT"));
-    EXPECT_TRUE(log.Contains(testing_support::kHardened
-                                 ? L"UPDATE CONTENT SET CACFILEPATH = 'x\\\\y\\\\z' WHERE CONTENTID = '1'"
-                                 : L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'"));
+    EXPECT_TRUE(provider.UpdateRecord(1, update) && !log.ContainsText(L"NPAGES") && !log.ContainsText(L"CACHESTAT"));
+    EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'",
+                                                        L"UPDATE `CONTENT` SET `CACFILEPATH` = 'x\\\\y\\\\z' WHERE `CONTENTID` = '1'")));
     EXPECT_TRUE(provider.DeleteRecord(1) && db.Count("CONTENT") == 2);
     db.Exec("UPDATE CONTENT SET RUN_ID = NULL");
     EXPECT_TRUE(provider.GetRecord(2, &back) && back.runId.empty());

@@ -60,6 +60,8 @@ bool FetchRecord(dl_MultiValue& query, int index, Tuplist& row);
 // --- element values -------------------------------------------------------
 
 bool HasValue(const TupElement* element);
+// No such column in the result (a column that came back NULL is not missing).
+inline bool IsMissing(const TupElement* element) { return element == nullptr || element->name == nullptr; }
 std::wstring TextOr(const TupElement* element, const std::wstring& fallback);
 int IntOr(const TupElement* element, int fallback);
 TimeStamp TimeOr(const TupElement* element, const TimeStamp& fallback);
@@ -184,14 +186,14 @@ bool InsertColumns(const Row& row, bool generate, bool replace, std::vector<dl_C
 // How a reader treats a column that comes back without a value.
 enum class ReadMode {
     OrDefault,      // the default: empty string, -1, TimeStamp(0)
-    KeepIfMissing,  // leave the field as it was
+    KeepIfMissing,  // leave the field as it was when the result has no such column
     AsIs            // no test: a missing text raises (see TextAsIs), a missing int reads -1
 };
 
 template <class R>
 void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = ReadMode::OrDefault) {
     const TupElement* element = row[column.name];
-    if (mode == ReadMode::KeepIfMissing && !HasValue(element)) return;
+    if (mode == ReadMode::KeepIfMissing && IsMissing(element)) return;
     if (column.text)
         rec.*column.text = mode == ReadMode::AsIs ? TextAsIs(element) : TextOr(element, std::wstring());
     else if (column.number)

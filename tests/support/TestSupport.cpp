@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include <ConfigurationControl.h>
 #include <cppconn/driver.h>
 #include <cppconn/exception.h>
 #include <cppconn/resultset.h>
@@ -24,6 +25,14 @@ static std::string Env(const char* name) {
 
 std::string DbHost() { return Env("NORVA_TEST_DB"); }
 std::string DbDir() { return Env("NORVA_TEST_DB_DIR"); }
+bool Safe() { return ConfigurationControl::GetProfile() == "safe"; }
+
+TimeStamp Stamp(int year, int month, int day, int hour, int minute, int second) {
+    TimeStamp stamp(0);
+    stamp.year = year, stamp.month = month, stamp.day = day;
+    stamp.hour = hour, stamp.minute = minute, stamp.second = second;
+    return stamp;
+}
 
 LogCapture::LogCapture() {
     Logger* logger = Logger::Initialise();

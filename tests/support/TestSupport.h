@@ -2,6 +2,7 @@
 #define NORVA_TESTS_TESTSUPPORT_H
 
 #include <Logger.h>
+#include <TimeStamp.h>
 
 #include <future>
 #include <initializer_list>
@@ -17,8 +18,20 @@ class Connection;
 
 namespace testing_support {
 
-// True when the library escapes quoted values (the hardened build).
-constexpr bool kHardened = NORVA_HARDENED_BUILD;
+// True when the suite runs the safe profile (NORVA_TEST_PROFILE=safe).
+bool Safe();
+
+// What a case expects in each profile: this run's of the two.
+template <class T>
+T ByProfile(T exact, T safe) {
+    return Safe() ? safe : exact;
+}
+inline std::wstring ByProfile(const wchar_t* exact, const wchar_t* safe) { return Safe() ? safe : exact; }
+
+// A time stamp of whole seconds, as a DATETIME column keeps it.
+TimeStamp Stamp(int year, int month, int day, int hour, int minute, int second);
+// What a written time stamp reads back as: the exact profile never stores one.
+inline TimeStamp Stored(const TimeStamp& written) { return Safe() ? written : TimeStamp(0); }
 
 // The private server the suite runs against (environment of scripts/db-start.sh).
 std::string DbHost();  // "tcp://127.0.0.1:PORT"
