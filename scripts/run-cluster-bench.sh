@@ -43,3 +43,13 @@ bash scripts/cluster-start.sh "$cluster" 3 >/dev/null
 hosts=$(sed -n 's/^NORVA_CLUSTER_HOSTS=//p' "$cluster/env")
 echo "== 3-node cluster, each process with its own node first"
 NORVA_TEST_DB=${hosts%%,*} NORVA_BENCH_HOSTS=$hosts bench --benchmark_filter='processes:3|Commit' "$@"
+# Where the cluster's time went: write sets refused by certification (the
+# statement fails with 1213 and runs again), local transactions aborted by a
+# replicated one, and the share of time replication was paused by flow control.
+for ((i = 1; i <= 3; i++)); do
+    printf 'node %s: ' "$i"
+    mariadb --no-defaults --protocol=socket -S "$cluster/node$i/mysqld.sock" -u"$(id -un)" -N -B -e "
+        SELECT GROUP_CONCAT(CONCAT(LOWER(VARIABLE_NAME), '=', VARIABLE_VALUE) SEPARATOR ' ')
+        FROM information_schema.GLOBAL_STATUS WHERE VARIABLE_NAME IN
+        ('wsrep_local_commits', 'wsrep_local_cert_failures', 'wsrep_local_bf_aborts', 'wsrep_flow_control_paused')"
+done
