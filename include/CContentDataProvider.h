@@ -7,10 +7,13 @@
 class dl_MainInterface;
 class Logger;
 
-// Content files of queue entries (table CONTENT).
+/// Content files of queue entries (table CONTENT).
 class CContentDataProvider : public IContentDataProvider {
 public:
+    /// Takes the generic store (creating it, and its connection, on first use)
+    /// and the logger.
     CContentDataProvider();
+    /// Releases nothing: the store outlives the provider.
     ~CContentDataProvider() override;
 
     int GetContentId(const std::wstring& qentryId, const std::wstring& runId) override;

@@ -3,9 +3,10 @@
 
 #include "CMysqlDatabaseInterface.h"
 
-// Hands out the generic store singleton.
+/// Hands out the generic store singleton.
 class CDatabaseFactory {
 public:
+    /// CMysqlDatabaseInterface::GetInstance(), as the generic interface.
     static dl_MainInterface* GetDatabaseInterface() { return CMysqlDatabaseInterface::GetInstance(); }
 };
 

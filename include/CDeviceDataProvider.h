@@ -6,10 +6,13 @@
 class dl_MainInterface;
 class Logger;
 
-// Output devices (table DEVICE).
+/// Output devices (table DEVICE).
 class CDeviceDataProvider : public IDeviceDataProvider {
 public:
+    /// Takes the generic store (creating it, and its connection, on first use)
+    /// and the logger.
     CDeviceDataProvider();
+    /// Releases nothing: the store outlives the provider.
     ~CDeviceDataProvider() override;
 
     bool AddDevice(CDeviceRecord* rec) override;
@@ -24,6 +27,8 @@ public:
     bool GetDevCaps(const std::wstring& devId, std::wstring& caps) override;
     std::list<std::wstring> GetAllDeviceIds() override;
 
+    /// `true` when at least one device refers to the server (used by
+    /// IServerDataProvider::DeleteServer); `false` for -1 or a failed statement.
     bool IsDevicePresentForServer(int serverId);
 
 private:

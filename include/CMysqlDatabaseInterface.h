@@ -17,15 +17,29 @@ class Logger;
 class TupElement;
 struct StoreProfile;
 
-// The MySQL implementation of the generic store; one per process.
+/// The MySQL implementation of the generic store; one per process.
+///
+/// Every operation logs "Inside CMysqlDatabaseInterface::<operation>()" and
+/// "Returning from ..." around its work and each SQL statement before it
+/// runs (level 5, so only with LogLevel = 5); a failed statement is logged
+/// with the server's message and reported, where an operation reports at
+/// all, as `false` or an unfilled result. No exception leaves an operation.
 class CMysqlDatabaseInterface : public dl_MainInterface {
 public:
+    /// The store of the process, created on the first call together with its
+    /// connection (configuration keys DBIPAddr, IDPattern, Profile,
+    /// Connections are read then). Not synchronised: make the first call, or
+    /// the first CDataAccessProvider::GetInstance(), before starting threads.
     static CMysqlDatabaseInterface* GetInstance();
+    /// The instance GetInstance() hands out; null before the first call.
     static CMysqlDatabaseInterface* mDatabaseInterfaceP;
 
-    // Copying exists only to keep the singleton whole: nothing is carried over.
+    /// Copying exists only to keep the singleton whole: nothing is carried over.
     CMysqlDatabaseInterface(const CMysqlDatabaseInterface& other);
+    /// Keeps the object as it is (see the copy constructor).
     CMysqlDatabaseInterface& operator=(const CMysqlDatabaseInterface& other);
+    /// Touches neither the connection nor mDatabaseInterfaceP; the store of
+    /// the process is never destroyed.
     ~CMysqlDatabaseInterface() override;
 
     void GenerateNewID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType) override;
@@ -38,75 +52,94 @@ public:
                       const char* column, void* value, PARAM_TYPE_NV valueType) override;
     bool DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) override;
     void ExecuteQuery(dl_MultiValue* query) override;
-    // Exact profile: one AddParameter per column (after AddNewTicket, for an
-    // insert). Safe profile: one UPDATE, or one INSERT whose key is reserved
-    // in the database and tried again when another process took it.
+    /// Exact profile: one AddParameter per column (after AddNewTicket, for an
+    /// insert). Safe profile: one UPDATE, or one INSERT whose key is reserved
+    /// in the database and tried again when another process took it.
     bool WriteRow(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const dl_ColumnValue* columns,
                   size_t count, bool ok) override;
+    /// See WriteRow.
     bool InsertRow(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
                    const dl_ColumnValue* columns, size_t count) override;
 
-    // The profile chosen when the store was created: "exact" or "safe".
+    /// The profile chosen when the store was created: "exact" or "safe".
     const char* ProfileName() const;
 
-    // The built-in catalogue.
+    /// The table name of a table type, from the built-in catalogue; empty,
+    /// with a log line, for an unknown type.
     std::string GetTicketType(TICKET_TYPE_NV table);
+    /// The key column of a table ("QENTRYID", "CONTENTID", ...); empty for an
+    /// unknown table.
     std::string GetPrimaryKey(TICKET_TYPE_NV table);
 
-    // Writes one typed value as SQL literal text (no quotes added).
+    /// Writes one typed value as SQL literal text (no quotes added).
     void SendValueToCursor(PARAM_TYPE_NV type, std::ostringstream& out, const void* value);
 
-    // Long wide texts. They take no store lock: they keep no state of the
-    // store, and the connection's lock serialises their statement.
+    /// Writes one long wide text column in one statement (its result is only
+    /// logged). Long wide texts take no store lock: they keep no state of the
+    /// store, and the connection's lock serialises their statement.
     bool AddBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const char* column,
                  _BLOB* blob);
+    /// Reads one long text column into `blob->data` (allocated here, an empty
+    /// text when the row is missing); `false` when the statement failed or
+    /// `column` has no "TABLE." part. Pass an empty _BLOB.
     bool GetBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const char* column,
                  _BLOB* blob);
 
-    // Identifier generation; GetMaxId and UpdateMaxId run under GenerateNewID's lock.
+    /// The high-water mark of `table` from the MAXID row (0 without a row).
+    /// Identifier generation; GetMaxId and UpdateMaxId run under GenerateNewID's lock.
     int GetMaxId(TICKET_TYPE_NV table);
+    /// Stores the high-water mark of `table` in the MAXID row.
     void UpdateMaxId(TICKET_TYPE_NV table, int value);
+    /// Picks the next int id from the keys read (see GenerateNewID) and writes
+    /// it to `out`; -1 when none is left.
     void GenerateIntID(sql::ResultSet* keys, const std::string& keyColumn, void*& out, int* maxId);
+    /// Picks the next id from the text keys read (their leading numbers) and
+    /// writes its decimal text to the wchar_t buffer `out`.
     void GenerateStringID(sql::ResultSet* keys, const std::string& keyColumn, void*& out, int* maxId);
 
 protected:
+    /// Reads DBIPAddr and IDPattern and takes the connection; use GetInstance().
     CMysqlDatabaseInterface();
 
 private:
-    // Chooses the next identifier from the keys and the high-water mark
-    // (raised when passed); -1 when none is left.
+    /// Chooses the next identifier from the keys and the high-water mark
+    /// (raised when passed); -1 when none is left.
     int NextID(std::vector<int>& keys, int* maxId);
-    // Traces and runs one statement; null without a result set.
+    /// Traces and runs one statement; null without a result set.
     sql::ResultSet* Run(std::string& text);
-    // Traces and runs one statement, again after a deadlock as the profile
-    // allows, and keeps the server's answer.
+    /// Traces and runs one statement, again after a deadlock as the profile
+    /// allows, and keeps the server's answer.
     CDatabaseConnection::Outcome Exec(std::string& text);
-    // What a change answers: always true in the exact profile; in the safe one
-    // true only when the server took it and, with `needsRow`, it matched a row.
+    /// What a change answers: always true in the exact profile; in the safe one
+    /// true only when the server took it and, with `needsRow`, it matched a row.
     bool Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what);
-    // A table or column name ("TABLE.COLUMN" too) as it goes into a statement.
+    /// A table or column name ("TABLE.COLUMN" too) as it goes into a statement.
     std::string Name(const std::string& name) const;
-    // A value with its quotes ("NULL" for a time stamp that is not set, in the safe profile).
+    /// A value with its quotes ("NULL" for a time stamp that is not set, in the safe profile).
     void Literal(std::ostringstream& out, PARAM_TYPE_NV type, const void* value);
-    // Text that goes between single quotes.
+    /// Text that goes between single quotes.
     std::string Quotable(const std::string& text) const;
-    // One cell of a result row into `element`.
+    /// One cell of a result row into `element`.
     void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, TupElement& element);
-    // The safe profile's identifier: reserved in MAXID (sequential) or the
-    // lowest free key (the row insert then decides); false when none.
+    /// The safe profile's identifier: reserved in MAXID (sequential) or the
+    /// lowest free key (the row insert then decides); false when none.
     bool ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType);
-    // Raises the table's MAXID mark to at least the largest numeric key.
+    /// Raises the table's MAXID mark to at least the largest numeric key.
     void RaiseMarkToKeys(TICKET_TYPE_NV table);
+    /// A transaction holding MAXID's row, so that processes take turns; its
+    /// end commits when `outcome` succeeded and answers what the commit did.
+    bool BeginTurn();
+    CDatabaseConnection::Outcome EndTurn(CDatabaseConnection::Outcome outcome);
     bool InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
                             const dl_ColumnValue* columns, size_t count);
-    // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
+    /// The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
     const char* ColumnPart(const char* column);
-    // " WHERE <key column> = '<key>'": how the single-row statements end.
+    /// " WHERE <key column> = '<key>'": how the single-row statements end.
     void AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType);
-    // "<verb> <column> FROM <table> WHERE <key column> = '<key>'".
+    /// "<verb> <column> FROM <table> WHERE <key column> = '<key>'".
     std::string KeyedColumnStatement(const char* verb, const char* name, TICKET_TYPE_NV table, const void* key,
                                      PARAM_TYPE_NV keyType);
-    // The two identifier workers differ only in how keys are read and written.
+    /// The two identifier workers differ only in how keys are read and written.
     void GenerateID(sql::ResultSet* keys, const std::string& keyColumn, void* out, int* maxId, bool textKeys);
 
     mutex m_mutex;
@@ -115,6 +148,7 @@ private:
     std::string m_password;
     std::string m_hostName;
     bool m_bIDPattern;
+    bool m_bInTurn;  ///< inside BeginTurn's transaction: no statement is run again on its own
     const StoreProfile* m_pProfile;
     Logger* m_pLogger;
 };

@@ -7,10 +7,13 @@
 class dl_MainInterface;
 class Logger;
 
-// Servers that devices belong to (table SERVER).
+/// Servers that devices belong to (table SERVER).
 class CServerDataProvider : public IServerDataProvider {
 public:
+    /// Takes the generic store (creating it, and its connection, on first use)
+    /// and the logger.
     CServerDataProvider();
+    /// Releases nothing: the store outlives the provider.
     ~CServerDataProvider() override;
 
     bool AddServer(CServerRecord* rec) override;
@@ -22,6 +25,7 @@ public:
     int IsServerAndServerTypeExists(std::wstring compName, int serverType, int& serverId) override;
     bool GetServerRecords(std::vector<ServerTableRecord>& out) override;
 
+    /// Number of servers (0 when the statement failed).
     int GetRecordCount();
 
 private:

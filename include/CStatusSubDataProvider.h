@@ -7,10 +7,13 @@
 class dl_MainInterface;
 class Logger;
 
-// JMF status subscriptions (table STATSSUBS).
+/// JMF status subscriptions (table STATSSUBS).
 class CStatusSubDataProvider : public IStatusSubDataProvider {
 public:
+    /// Takes the generic store (creating it, and its connection, on first use)
+    /// and the logger.
     CStatusSubDataProvider();
+    /// Releases nothing: the store outlives the provider.
     ~CStatusSubDataProvider() override;
 
     bool AddRecord(StatusSubTableRecord* rec) override;
@@ -31,8 +34,12 @@ public:
                                       std::wstring senderId) override;
     bool GetRecord(StatusSubTableRecord& out, std::wstring deviceId, std::wstring senderId) override;
 
+    /// `true` when no subscription of the sender exists for this queue entry
+    /// and job (and job part, when not empty); `false` for an empty job or
+    /// sender id. Mode 0 of the overload taking a record.
     virtual bool NeedStatusSubscription(const std::wstring& qentryId, const std::wstring& jobId,
                                         const std::wstring& jobPartId, const std::wstring& senderId);
+    /// A device's subscriptions, narrowed by queue entry when not empty.
     virtual bool GetRecords(std::wstring deviceId, std::wstring qentryId, std::vector<StatusSubTableRecord>& out);
 
 private:

@@ -6,10 +6,13 @@
 class dl_MainInterface;
 class Logger;
 
-// Queue entries and their JDF tickets (table JDFTICKET).
+/// Queue entries and their JDF tickets (table JDFTICKET).
 class CTicketDataProvider : public ITicketDataProvider {
 public:
+    /// Takes the generic store (creating it, and its connection, on first use)
+    /// and the logger.
     CTicketDataProvider();
+    /// Releases nothing: the store outlives the provider.
     ~CTicketDataProvider() override;
 
     bool AddTicket(CTicketRecord* rec) override;

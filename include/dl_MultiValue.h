@@ -11,53 +11,71 @@
 #include "DataLayerTypes.h"
 #include "TupElement.h"
 
-// Orders record columns byte-wise by name.
+/// @file
+/// Multi-record queries of the generic store.
+
+/// Orders record columns byte-wise by name.
 struct MystrCmp {
+    /// `true` when `a` sorts before `b` (strcmp).
     bool operator()(const char* a, const char* b) const;
 };
 
-// One result record: bare column name -> element; both owned by the query.
+/// One result record: bare column name -> element; both owned by the query.
 typedef std::map<const char*, TupElement*, MystrCmp> dl_Record;
 
-// One multi-record SELECT (columns, table, conditions) and, once run, its rows.
+/// One multi-record SELECT (columns, table, conditions) and, once run, its rows.
 class dl_MultiValue {
 public:
+    /// An empty query.
     dl_MultiValue();
-    // Shallow: shares the records' elements with the source; tables,
-    // conditions and StartStatement start empty.
+    /// Shallow: shares the records' elements with the source; tables,
+    /// conditions and StartStatement start empty.
     dl_MultiValue(const dl_MultiValue& other);
+    /// Frees the records and their elements.
     ~dl_MultiValue();
+    /// Not assignable.
     dl_MultiValue& operator=(const dl_MultiValue&) = delete;
 
-    // `count` columns in "TABLE.COLUMN" form; the texts are borrowed.
+    /// `count` columns in "TABLE.COLUMN" form; the texts are borrowed.
     void InsertKeys(int count, const char* first, ...);
-    // Only one table is supported: a count of 2 or more traps.
+    /// Only one table is supported: a count of 2 or more traps.
     void InsertTickettype(int count, TICKET_TYPE_NV first, ...);
+    /// Replaces `target` by `first` and the `count` - 1 further values of
+    /// `rest` (enums travel as int).
     template <class T>
     void InsertValuesInList(int count, std::list<T>& target, T first, va_list rest);
 
+    /// Number of records read.
     int GetRecordCount();
+    /// The elements of record `index` (from 0), borrowed from the query;
+    /// `false` for an index below 0 or above the count (the count itself gives
+    /// `true` and an empty list).
     bool GetRecord(int index, std::list<TupElement*>& out);
+    /// Copies the element named like the column part of `column` in record
+    /// `index` into `*out`; `out` is left as it was when the record lacks the
+    /// column, and the answer is still `true`. `false` only for an index out of
+    /// range.
     bool GetElement(int index, const char* column, TupElement* out);
 
-    std::list<dl_Record>::iterator m_recordCursor;
-    dl_Record::iterator m_elementCursor;
-    std::list<const char*> m_keys;
-    std::list<const char*>::iterator m_keyCursor;
-    CondList m_conditions;
-    std::list<TICKET_TYPE_NV> m_tableTypes;
-    std::list<TICKET_TYPE_NV>::iterator m_tableCursor;
-    std::list<dl_Record> m_records;
+    std::list<dl_Record>::iterator m_recordCursor;  ///< record read last
+    dl_Record::iterator m_elementCursor;  ///< element read last
+    std::list<const char*> m_keys;  ///< the columns to select, "TABLE.COLUMN", borrowed
+    std::list<const char*>::iterator m_keyCursor;  ///< reading position of the store in m_keys
+    CondList m_conditions;  ///< the WHERE clause, token by token; empty: no WHERE
+    std::list<TICKET_TYPE_NV> m_tableTypes;  ///< the table (one only)
+    std::list<TICKET_TYPE_NV>::iterator m_tableCursor;  ///< reading position of the store in m_tableTypes
+    std::list<dl_Record> m_records;  ///< the records read, in result order
+    /// The opening of the statement, used instead of "SELECT " when `set`.
     struct {
-        std::string text;
-        bool set = false;
+        std::string text;  ///< the opening text
+        bool set = false;  ///< whether text is used
     } StartStatement;
 
 private:
-    // Moves the record cursor to `index` (the range test is `count < index`);
-    // false when the index is refused.
+    /// Moves the record cursor to `index` (the range test is `count < index`);
+    /// false when the index is refused.
     bool StepTo(int index);
-    int m_recordCursorIndex = -1;  // position of m_recordCursor while it is not at the end
+    int m_recordCursorIndex = -1;  ///< position of m_recordCursor while it is not at the end
 };
 
 template <class T>

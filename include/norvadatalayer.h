@@ -1,7 +1,8 @@
 #ifndef NORVA_NORVADATALAYER_H
 #define NORVA_NORVADATALAYER_H
 
-// Everything a host program of the data layer needs.
+/// @file
+/// Everything a host program of the data layer needs.
 #include "DataLayerTypes.h"
 #include "TimeStamp.h"
 #include "mutex.h"

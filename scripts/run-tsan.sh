@@ -28,5 +28,6 @@ private_db_start /tmp
 # The suppressions cover only the uninstrumented database connector.
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$root/tests/tsan.supp"
 
-regex="^($(IFS='|'; echo "${tests[*]}"))\$"
+# Each in both profiles.
+regex="^($(IFS='|'; echo "${tests[*]}"))(_safe)?\$"
 ctest --test-dir "$build" --output-on-failure -R "$regex"

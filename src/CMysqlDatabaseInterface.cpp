@@ -299,7 +299,11 @@ CMysqlDatabaseInterface* CMysqlDatabaseInterface::GetInstance() {
 }
 
 CMysqlDatabaseInterface::CMysqlDatabaseInterface()
-    : m_pDBConnection(nullptr), m_bIDPattern(false), m_pProfile(&kExactProfile), m_pLogger(Logger::Initialise()) {
+    : m_pDBConnection(nullptr),
+      m_bIDPattern(false),
+      m_bInTurn(false),
+      m_pProfile(&kExactProfile),
+      m_pLogger(Logger::Initialise()) {
     RunFrame(m_pLogger, nullptr, kConstructor, [&](const wchar_t*&) {
         m_pLogger->log(kLevel, L"Creating a singleton object for dl_DatabaseInterface");
         m_userName = "lumbo27";
@@ -316,6 +320,7 @@ CMysqlDatabaseInterface::CMysqlDatabaseInterface(const CMysqlDatabaseInterface&)
     : dl_MainInterface(),
       m_pDBConnection(nullptr),
       m_bIDPattern(false),
+      m_bInTurn(false),
       m_pProfile(&kExactProfile),
       m_pLogger(Logger::Initialise()) {}
 
@@ -334,7 +339,8 @@ CDatabaseConnection::Outcome CMysqlDatabaseInterface::Exec(std::string& text) {
     CDatabaseConnection::Outcome outcome = m_pDBConnection->Execute(text);
     // A deadlock (or a cluster's certification conflict) rolled the statement
     // back whole, so running it again cannot apply it twice.
-    for (int retry = 0; outcome.error == 1213 && retry < m_pProfile->conflictRetries; ++retry) {
+    // Inside a transaction the whole transaction is gone: its owner starts it again.
+    for (int retry = 0; outcome.error == 1213 && !m_bInTurn && retry < m_pProfile->conflictRetries; ++retry) {
         m_pLogger->log(kLevel, L"CMysqlDatabaseInterface : conflict (error 1213), running the statement again");
         outcome = m_pDBConnection->Execute(text);
     }
@@ -472,7 +478,8 @@ void CMysqlDatabaseInterface::SendValueToCursor(PARAM_TYPE_NV type, std::ostring
 }
 
 bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kAddNewTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "INSERT INTO " << Name(GetTicketType(table)) << "(" << Name(GetPrimaryKey(table)) << ") VALUES(";
@@ -485,7 +492,8 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
 }
 
 bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kDeleteTicket, [&](const wchar_t*&) {
         std::ostringstream text;
         text << "DELETE FROM " << Name(GetTicketType(table)) << " WHERE " << Name(GetPrimaryKey(table)) << "=";
@@ -498,7 +506,8 @@ bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, const void* value, PARAM_TYPE_NV valueType) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kAddParameter, [&](const wchar_t*&) {
         if (valueType == PARAM_BLOB) {
             _BLOB blob(static_cast<const wchar_t*>(value));
@@ -522,10 +531,11 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                            const char* column, void* value, PARAM_TYPE_NV valueType) {
-    bool result = true;
+    // Safe: a read that stops on an exception answers false.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kGetParameter, [&](const wchar_t*& exitLine) {
         if (valueType == PARAM_BLOB) {
-            GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value));
+            result = GetBlob(table, key, keyType, column, static_cast<_BLOB*>(value)) || !m_pProfile->truthfulAnswers;
             return;
         }
         const char* name = ColumnPart(column);
@@ -548,6 +558,7 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
             }
             return;
         }
+        result = true;
         if (m_pProfile->nullIsUnset && rows->isNull(name)) {
             ClearValue(value, valueType);
             return;
@@ -587,7 +598,8 @@ bool CMysqlDatabaseInterface::GetParameter(TICKET_TYPE_NV table, const void* key
 
 bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                               const char* column, PARAM_TYPE_NV) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, &m_mutex, kDeleteParameter, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) {
@@ -612,7 +624,8 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
 
 bool CMysqlDatabaseInterface::AddBlob(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                       const char* column, _BLOB* blob) {
-    bool result = true;
+    // Exact: true whatever happens. Safe: true only once the server took the change.
+    bool result = !m_pProfile->truthfulAnswers;
     RunFrame(m_pLogger, nullptr, kAddBlob, [&](const wchar_t*&) {
         const char* name = ColumnPart(column);
         if (name == nullptr) {
@@ -648,7 +661,12 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
             return;
         }
         std::wstring content;
-        if (rows->next()) content = StringUtils::wstringFromstring(rows->getString(name));
+        if (rows->next()) {
+            content = StringUtils::wstringFromstring(rows->getString(name));
+        } else if (m_pProfile->truthfulAnswers) {
+            m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::GetBlob() : no row has the key");
+            return;
+        }
         // A previous text is not released: callers pass an empty _BLOB.
         blob->data = NewWideText(content);
         result = true;
@@ -973,6 +991,28 @@ bool CMysqlDatabaseInterface::InsertRow(TICKET_TYPE_NV table, void* key, PARAM_T
     return WriteRow(table, key, keyType, columns, count, ok);
 }
 
+bool CMysqlDatabaseInterface::BeginTurn() {
+    std::string begin = "START TRANSACTION";
+    if (!Answer(Exec(begin), false, L"InsertRow()")) return false;
+    m_bInTurn = true;
+    std::string hold = "SELECT 1 FROM " + Name(GetTicketType(TICKET_MAXID)) + " FOR UPDATE";
+    delete Run(hold);
+    return true;
+}
+
+CDatabaseConnection::Outcome CMysqlDatabaseInterface::EndTurn(CDatabaseConnection::Outcome outcome) {
+    m_bInTurn = false;
+    std::string end = outcome.error == 0 ? "COMMIT" : "ROLLBACK";
+    CDatabaseConnection::Outcome ended = Exec(end);
+    delete ended.rows;
+    // A commit the server refused (a cluster's conflict) undid the insert.
+    if (outcome.error == 0 && ended.error != 0) {
+        delete outcome.rows;
+        return ended;
+    }
+    return outcome;
+}
+
 bool CMysqlDatabaseInterface::InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType,
                                                  bool generate, bool replace, const dl_ColumnValue* columns,
                                                  size_t count) {
@@ -984,30 +1024,42 @@ bool CMysqlDatabaseInterface::InsertOneStatement(TICKET_TYPE_NV table, void* key
         if (name == nullptr) return false;
         if (keyColumn != name) written.emplace_back(name, &columns[i]);
     }
+    // Lowest-free numbers come from a scan, so two processes scanning at once
+    // would pick the same one: then the scan and the insert run in one
+    // transaction that holds MAXID's row, and the processes take turns.
+    const bool turns = generate && m_bIDPattern;
+    CDatabaseConnection::Pin pin(m_pDBConnection);
     for (int attempt = 1; attempt <= kInsertAttempts; ++attempt) {
-        if (generate && !ReserveID(table, key, keyType)) break;
-        std::ostringstream text;
-        text << "INSERT INTO " << Name(GetTicketType(table)) << " (" << Name(keyColumn);
-        for (const auto& column : written) text << ", " << Name(column.first);
-        text << ") VALUES (";
-        Literal(text, keyType, key);
-        for (const auto& column : written) {
-            text << ", ";
-            Literal(text, LiteralType(column.second->type), column.second->value);
-        }
-        text << ")";
-        if (replace) {
-            text << " ON DUPLICATE KEY UPDATE ";
-            if (written.empty()) text << Name(keyColumn) << " = " << Name(keyColumn);
-            for (size_t i = 0; i < written.size(); ++i) {
-                const std::string name = Name(written[i].first);
-                text << (i ? ", " : "") << name << " = VALUES(" << name << ")";
+        if (turns && !BeginTurn()) break;
+        const bool reserved = !generate || ReserveID(table, key, keyType);
+        CDatabaseConnection::Outcome outcome = {nullptr, -1, 0};
+        if (reserved) {
+            std::ostringstream text;
+            text << "INSERT INTO " << Name(GetTicketType(table)) << " (" << Name(keyColumn);
+            for (const auto& column : written) text << ", " << Name(column.first);
+            text << ") VALUES (";
+            Literal(text, keyType, key);
+            for (const auto& column : written) {
+                text << ", ";
+                Literal(text, LiteralType(column.second->type), column.second->value);
             }
+            text << ")";
+            if (replace) {
+                text << " ON DUPLICATE KEY UPDATE ";
+                if (written.empty()) text << Name(keyColumn) << " = " << Name(keyColumn);
+                for (size_t i = 0; i < written.size(); ++i) {
+                    const std::string name = Name(written[i].first);
+                    text << (i ? ", " : "") << name << " = VALUES(" << name << ")";
+                }
+            }
+            std::string statement = text.str();
+            outcome = Exec(statement);
         }
-        std::string statement = text.str();
-        CDatabaseConnection::Outcome outcome = Exec(statement);
-        if (outcome.error == kDuplicateKey && generate) {
-            // Another process (or a row written past the mark) has this key.
+        if (turns) outcome = EndTurn(outcome);
+        if (!reserved) break;
+        if (generate && (outcome.error == kDuplicateKey || outcome.error == 1213)) {
+            // Another process (or a row written past the mark) has this key,
+            // or a cluster node took the turn first.
             delete outcome.rows;
             m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::InsertRow() : the key is taken, trying another");
             if (attempt == kAttemptsBeforeResync) RaiseMarkToKeys(table);

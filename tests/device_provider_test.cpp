@@ -14,30 +14,40 @@ struct DeviceProviderTest : ::testing::Test {
 };
 
 // The assertions that stop the process (first: the child reruns this test). AddDevice rewrites the key column and
-// writes -2 and 0, while the server rejects CONDITION; the record reads back whole with the reserved fields
+// writes -2 and 0, while the server rejects CONDITION (the safe profile sends one INSERT and stores it); the record reads back whole with the reserved fields
 // untouched; UpdateDeviceRecord writes its four columns only; the single-column reads; the -1/empty guards refuse
 // before any SQL. Then a negative condition code or op mode is not written; the lists in result order (appended)
 // and reverse result order; GetDeviceID takes its ints as one-character texts; the log lines.
 TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
     DeviceTableRecord rec{7, L"D1", 9, std::wstring(1 << 20, L'\u00e9'), L"http://h/\u6771\u4eac", 3, L"Stra\u00dfe",
-                          L"\u00c9tage", -2, L"bereit \u2713", L"ok", 3, 0, TimeStamp(5), L"kept"}, back, upd, none;
+                          L"\u00c9tage", -2, L"bereit \u2713", L"ok", 3, 0, testing_support::Stamp(2026, 2, 28, 23, 59, 59), L"kept"},
+        back, upd, none;
+    using testing_support::ByProfile;
     std::wstring id = L"D1", caps, unknown = L"nope";
     EXPECT_DEATH(provider.GetDeviceID(0, 50, caps), "nRecCnt == 1");  // no query run: no record
     EXPECT_DEATH(provider.GetDeviceRecord(L"12", nullptr), "deviceRecordP != __null");
     testing_support::LogCapture log;
     ASSERT_TRUE(provider.AddDevice(&rec));
-    EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET DEVICEID = 'D1' WHERE DEVICEID = 'D1'"));
-    EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));  // logged only: stays NULL
-    EXPECT_EQ("-2|<null>|0", db.Scalar("SELECT CONCAT_WS('|', STATUS, IFNULL(`CONDITION`,'<null>'), DEVICEOPMODE) FROM DEVICE"));
+    if (testing_support::Safe()) {
+        EXPECT_TRUE(log.ContainsText(L"INSERT INTO `DEVICE` (`DEVICEID`, `SERVERID`, `SUBURL`, `DEVCAPS`, `DEVINDEX`"));
+        EXPECT_TRUE(log.ContainsText(L"`CONDITION`, `DEVICEOPMODE`, `LASTUPDATETIME`) VALUES ('D1', '7', "));
+    } else {
+        EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET DEVICEID = 'D1' WHERE DEVICEID = 'D1'"));
+        EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));  // logged only: stays NULL
+    }
+    EXPECT_EQ(ByProfile<std::string>("-2|<null>|0", "-2|3|0"),
+              db.Scalar("SELECT CONCAT_WS('|', STATUS, IFNULL(`CONDITION`,'<null>'), DEVICEOPMODE) FROM DEVICE"));
 
     back.reservedInt = 9, back.reservedText = L"kept";
     ASSERT_TRUE(provider.GetDeviceRecord(id, &back));
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.DEVICEID = 'D1' ) "));
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.DEVICEID = 'D1' ) ",
+                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`DEVICEID` = 'D1' ) ")));
     const auto fields = [](const DeviceTableRecord& r) {
         return std::tie(r.serverId, r.deviceId, r.reservedInt, r.devCaps, r.subUrl, r.devIndex, r.interName, r.displayName,
                         r.status, r.statusMsg, r.devCondition, r.conditionCode, r.deviceOpMode, r.lastUpdateTime, r.reservedText);
     };
-    rec.conditionCode = 0, rec.lastUpdateTime = TimeStamp(0);  // NULL reads back as 0; a DATETIME never comes back
+    // The exact profile: a NULL reads back as 0, a DATETIME never comes back.
+    rec.conditionCode = ByProfile(0, 3), rec.lastUpdateTime = testing_support::Stored(rec.lastUpdateTime);
     EXPECT_TRUE(fields(rec) == fields(back));
     EXPECT_TRUE(provider.GetDevCaps(id, caps) && caps == rec.devCaps);
 
@@ -65,18 +75,22 @@ TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
         more.deviceId = dev, more.serverId = server, more.devIndex = index, more.conditionCode = more.deviceOpMode = -2;
         ASSERT_TRUE(provider.AddDevice(&more));
     }
-    EXPECT_FALSE(log.ContainsText(L"SET CONDITION") || log.ContainsText(L"SET DEVICEOPMODE"));
+    EXPECT_FALSE(log.ContainsText(ByProfile(L"SET CONDITION", L"`CONDITION`")) ||
+                 log.ContainsText(ByProfile(L"SET DEVICEOPMODE", L"`DEVICEOPMODE`")));
 
     ASSERT_TRUE(provider.GetDeviceRecordsConnectedToServer(7, out) && out.size() == 4);
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.SERVERID = '7' ) "));
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.SERVERID = '7' ) ",
+                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = '7' ) ")));
     EXPECT_EQ(std::make_tuple(std::wstring(), std::wstring(L"A"), std::wstring(L"B"), std::wstring(L"C"), 3),
               std::tie(out[0].deviceId, out[1].deviceId, out[2].deviceId, out[3].deviceId, out[3].devIndex));
     EXPECT_TRUE(provider.IsDevicePresentForServer(8) && !provider.IsDevicePresentForServer(9));
     EXPECT_EQ((std::list<std::wstring>{L"X", L"C", L"B", L"A", L"12"}), provider.GetAllDeviceIds());
     EXPECT_FALSE(provider.GetDeviceRecord(L"nope", &out[0]));
     EXPECT_TRUE(provider.GetDeviceID(49, 50, out[0].deviceId) && out[0].deviceId == L"12");  // 49 and 50 are '1' and '2'
-    EXPECT_TRUE(log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE") &&
-                log.Contains(L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) "));
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.DEVICEID FROM DEVICE", L"SELECT `DEVICE`.`DEVICEID` FROM `DEVICE`")));
+    EXPECT_TRUE(log.Contains(ByProfile(
+        L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) ",
+        L"SELECT `DEVICE`.`DEVICEID` FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = '1' ) AND ( `DEVICE`.`DEVINDEX` = '2' ) ")));
     for (const wchar_t* op : {L"GetDeviceRecord", L"GetDeviceRecordsConnectedToServer", L"IsDevicePresentForServer",
                               L"GetAllDeviceIds", L"GetDeviceID"}) {
         EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::" + std::wstring(op))) << op;

@@ -42,7 +42,9 @@ TEST_F(ServerProviderTest, AddReadUpdateAndLogin) {
     db.Exec("ALTER TABLE SERVER RENAME COLUMN LOGINSERNAME TO LOGINX");
     EXPECT_FALSE(provider.GetLoginInfo(1, name, pwd));
     db.Exec("ALTER TABLE SERVER RENAME COLUMN LOGINX TO LOGINSERNAME");
-    EXPECT_TRUE(log.Contains(L"SELECT LOGINSERNAME FROM SERVER WHERE SERVERID = '1'") && !log.ContainsText(L"LOGINPWD"));
+    EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"SELECT LOGINSERNAME FROM SERVER WHERE SERVERID = '1'",
+                                                        L"SELECT `LOGINSERNAME` FROM `SERVER` WHERE `SERVERID` = '1'")));
+    EXPECT_FALSE(log.ContainsText(L"LOGINPWD"));
 }
 
 // Lists in reverse result order (appended); of two matches the last in the result is reported, names compare
@@ -58,7 +60,8 @@ TEST_F(ServerProviderTest, ListsLookupsAndRefusedDelete) {
               std::tie(out[0].SERVERID, out[1].SERVERID, out[2].SERVERID, out[2].COMPNAME, out[3].SERVERID));
     int id = 0;
     EXPECT_TRUE(provider.IsServerAndServerTypeExists(L"HostA", 2, id) == 3 && id == 3);
-    EXPECT_TRUE(log.Contains(L"SELECT SERVER.STYPE ,SERVER.COMPNAME ,SERVER.SERVERID FROM SERVER"));
+    EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"SELECT SERVER.STYPE ,SERVER.COMPNAME ,SERVER.SERVERID FROM SERVER",
+                                                        L"SELECT `SERVER`.`STYPE` ,`SERVER`.`COMPNAME` ,`SERVER`.`SERVERID` FROM `SERVER`")));
     EXPECT_TRUE(provider.IsServerAndServerTypeExists(L"hosta", 2, id) == -1 && id == -1 &&
                 provider.IsServerAndServerTypeExists(L"HostB", 3, id) == -1);
 
@@ -69,7 +72,8 @@ TEST_F(ServerProviderTest, ListsLookupsAndRefusedDelete) {
     EXPECT_TRUE(provider.DeleteServer(2));
     EXPECT_EQ("1,3", db.Scalar("SELECT GROUP_CONCAT(SERVERID ORDER BY SERVERID) FROM SERVER"));
     EXPECT_FALSE(provider.GetServerRecord(2, &out[0]));
-    EXPECT_TRUE(log.Contains(L"SELECT SERVER.* FROM SERVER WHERE ( SERVER.SERVERID = '2' ) "));
+    EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"SELECT SERVER.* FROM SERVER WHERE ( SERVER.SERVERID = '2' ) ",
+                                                        L"SELECT `SERVER`.* FROM `SERVER` WHERE ( `SERVER`.`SERVERID` = '2' ) ")));
     for (const wchar_t* op : {L"GetServerRecord", L"GetRecordCount", L"GetServerRecords", L"IsServerAndServerTypeExists"}) {
         EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CServerDataProvider::" + std::wstring(op))) << op;
         EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CServerDataProvider::" + std::wstring(op))) << op;

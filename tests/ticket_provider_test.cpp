@@ -7,6 +7,7 @@
 #include "CTicketDataProvider.h"
 #include "TestSupport.h"
 
+using testing_support::ByProfile;
 using testing_support::LogCapture;
 typedef std::list<std::wstring> Keys;
 
@@ -32,31 +33,46 @@ struct TicketProviderTest : ::testing::Test {
 // AddTicket writes the generated key, then the set fields in its own order (-1 and empty skipped, -2 written);
 // UpdateTicketRecord walks another order without the key; the record reads back whole, both times from SUBTIME;
 // the JDF and single columns read and write through the server (an empty message is written); SetJDFState and
-// RestoreState form a one-level undo.
+// RestoreState form a one-level undo. The safe profile writes each record in one statement, stores the time
+// stamps and answers false for a key with no row.
 TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     TicketTableRecord rec{L"/cache/p1", L"http://p/1", L"", L"<JDF N=\"\u00dc\u20ac\U0001F600\u4e2d\"/>", L"DEV1",
-                          L"http://ret", L"http://up", L"SND", TimeStamp(5), TimeStamp(6), L"q=1", L"printing", -2, 3, L"JOB", L"PART"};
+                          L"http://ret", L"http://up", L"SND", testing_support::Stamp(2026, 11, 24, 9, 0, 0),
+                          testing_support::Stamp(2026, 11, 24, 9, 5, 0), L"q=1", L"printing", -2, 3, L"JOB", L"PART"};
     LogCapture log;
     ASSERT_TRUE(provider.AddTicket(&rec));
-    EXPECT_EQ(L"JDF HOLDDEVID JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL UPLOADURL SENDERID SUBTIME LASTUPDATETIME "
-              L"QSUBSPARAMS STATUSMSG STATUS STATE JOBID JOBPARTID ", UpdatedColumns(log));
-    EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUS = '-2' WHERE QENTRYID = '1'"));
+    if (testing_support::Safe()) {
+        EXPECT_TRUE(log.ContainsText(L"INSERT INTO `JDFTICKET` (`QENTRYID`, `JDF`, `HOLDDEVID`, `JMFRETURL`, `PREVIEWCACHEDFILEPATH`, "
+                                     L"`PREVIEWREMOTEURL`, `UPLOADURL`, `SENDERID`, `SUBTIME`, `LASTUPDATETIME`, `QSUBSPARAMS`, "
+                                     L"`STATUSMSG`, `STATUS`, `STATE`, `JOBID`, `JOBPARTID`) VALUES ('1', '<JDF N="));
+    } else {
+        EXPECT_EQ(L"JDF HOLDDEVID JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL UPLOADURL SENDERID SUBTIME LASTUPDATETIME "
+                  L"QSUBSPARAMS STATUSMSG STATUS STATE JOBID JOBPARTID ", UpdatedColumns(log));
+        EXPECT_TRUE(log.Contains(L"UPDATE JDFTICKET SET STATUS = '-2' WHERE QENTRYID = '1'"));
+    }
+    EXPECT_EQ("-2", db.Scalar("SELECT STATUS FROM JDFTICKET WHERE QENTRYID = '1'"));
     log.Clear();
-    EXPECT_TRUE(provider.UpdateTicketRecord(L"other", rec));
-    EXPECT_EQ(L"HOLDDEVID JDF JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL JOBID JOBPARTID LASTUPDATETIME "
-              L"QSUBSPARAMS SENDERID STATUS STATE STATUSMSG SUBTIME UPLOADURL ", UpdatedColumns(log));
+    EXPECT_NE(testing_support::Safe(), provider.UpdateTicketRecord(L"other", rec));
+    if (testing_support::Safe())
+        EXPECT_TRUE(log.ContainsText(L"UPDATE `JDFTICKET` SET `HOLDDEVID` = 'DEV1', `JDF` = '<JDF N="));
+    else
+        EXPECT_EQ(L"HOLDDEVID JDF JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL JOBID JOBPARTID LASTUPDATETIME "
+                  L"QSUBSPARAMS SENDERID STATUS STATE STATUSMSG SUBTIME UPLOADURL ", UpdatedColumns(log));
 
     TicketTableRecord back, unset;
     back.subTime = back.lastUpdateTime = TimeStamp(9);  // both are overwritten from SUBTIME
     ASSERT_TRUE(provider.GetTicketRecord(L"1", &back));
-    EXPECT_TRUE(log.Contains(L"SELECT JDFTICKET.* FROM JDFTICKET WHERE ( JDFTICKET.QENTRYID = '1' ) "));
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT JDFTICKET.* FROM JDFTICKET WHERE ( JDFTICKET.QENTRYID = '1' ) ",
+                                       L"SELECT `JDFTICKET`.* FROM `JDFTICKET` WHERE ( `JDFTICKET`.`QENTRYID` = '1' ) ")));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"));
-    rec.subTime = rec.lastUpdateTime = TimeStamp(0);  // DATETIME columns never come back with a value
+    // The update time read is the submission time; the exact profile never stores either.
+    rec.subTime = rec.lastUpdateTime = testing_support::Stored(rec.subTime);
     EXPECT_EQ(Fields(rec), Fields(back));
     EXPECT_TRUE(!provider.GetTicketRecord(L"nokey", &back) && back.qentryId == L"1");
     log.Clear();
     EXPECT_TRUE(provider.AddTicket(&unset) && unset.qentryId == L"2" && UpdatedColumns(log).empty());
+    EXPECT_EQ(testing_support::Safe(), log.Contains(L"INSERT INTO `JDFTICKET` (`QENTRYID`) VALUES ('2')"));
 
     std::wstring dev, sender, msg, key = L"1";
     EXPECT_TRUE(provider.UpdateJDF(key, L"<JDF/>") && provider.GetJDF(key, back.jdf) && back.jdf == L"<JDF/>");
@@ -70,8 +86,9 @@ TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     EXPECT_TRUE(provider.RestoreState(key) && provider.GetJDFState(key, back.state) && back.state == 3);
     db.Exec("UPDATE JDFTICKET SET STATE = 9");  // a second restore brings back the same state
     EXPECT_TRUE(provider.RestoreState(key) && provider.GetJDFState(key, back.state) && back.state == 3);
-    // A missing key reads nothing yet succeeds, so the writes run and match no row.
-    EXPECT_TRUE(provider.SetJDFState(L"none", 5) && log.Contains(L"UPDATE JDFTICKET SET PREVSTATE = '-1' WHERE QENTRYID = 'none'"));
+    // A missing key reads nothing yet succeeds, so the writes run and match no row; the safe profile stops at the read.
+    EXPECT_NE(testing_support::Safe(), provider.SetJDFState(L"none", 5));
+    EXPECT_NE(testing_support::Safe(), log.Contains(L"UPDATE JDFTICKET SET PREVSTATE = '-1' WHERE QENTRYID = 'none'"));
 }
 
 // The guards (empty key, empty JDF, a record with its own key, GetQentryID without job or sender) refuse before
@@ -107,13 +124,18 @@ TEST_F(TicketProviderTest, GuardsSearchesAndRemove) {
 
     EXPECT_FALSE(provider.GetQentryID(L"J2", L"S1", part, key) || provider.GetQentryID(L"J9", L"S1", part, key));
     EXPECT_TRUE(provider.GetQentryID(L"J1", L"S1", part, key) && part == L"P1" && key == L"a");
-    EXPECT_TRUE(log.Contains(L"SELECT JDFTICKET.QENTRYID ,JDFTICKET.JOBPARTID FROM JDFTICKET WHERE "
-                             L"( JDFTICKET.JOBID = 'J1' ) AND ( JDFTICKET.SENDERID = 'S1' ) "));
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT JDFTICKET.QENTRYID ,JDFTICKET.JOBPARTID FROM JDFTICKET WHERE "
+                                       L"( JDFTICKET.JOBID = 'J1' ) AND ( JDFTICKET.SENDERID = 'S1' ) ",
+                                       L"SELECT `JDFTICKET`.`QENTRYID` ,`JDFTICKET`.`JOBPARTID` FROM `JDFTICKET` WHERE "
+                                       L"( `JDFTICKET`.`JOBID` = 'J1' ) AND ( `JDFTICKET`.`SENDERID` = 'S1' ) ")));
     EXPECT_FALSE(provider.IsJobPresent(L"J2", L"", L"S1", key) || provider.IsJobPresent(L"J9", L"", L"S1", key));
-    const std::wstring job = L"SELECT JDFTICKET.QENTRYID FROM JDFTICKET WHERE ( ( JDFTICKET.JOBID = 'J2' ) AND ( JDFTICKET.";
-    EXPECT_TRUE(log.Contains(job + L"SENDERID = 'S1' ) ) "));
+    const std::wstring job = ByProfile(L"SELECT JDFTICKET.QENTRYID FROM JDFTICKET WHERE ( ( JDFTICKET.JOBID = 'J2' ) AND ( ",
+                                       L"SELECT `JDFTICKET`.`QENTRYID` FROM `JDFTICKET` WHERE ( ( `JDFTICKET`.`JOBID` = 'J2' ) AND ( ");
+    const std::wstring table = ByProfile(L"JDFTICKET.", L"`JDFTICKET`.");
+    const auto column = [&](const wchar_t* name) { return table + ByProfile(std::wstring(name), L"`" + std::wstring(name) + L"`"); };
+    EXPECT_TRUE(log.Contains(job + column(L"SENDERID") + L" = 'S1' ) ) "));
     EXPECT_TRUE(provider.IsJobPresent(L"J2", L"P2", L"S1", key) && key == L"b");
-    EXPECT_TRUE(log.Contains(job + L"JOBPARTID = 'P2' ) AND ( JDFTICKET.SENDERID = 'S1' ) ) "));
+    EXPECT_TRUE(log.Contains(job + column(L"JOBPARTID") + L" = 'P2' ) AND ( " + column(L"SENDERID") + L" = 'S1' ) ) "));
 
     for (const auto& [word, op] : {std::make_pair(L"inside", L"GetQentryID"), {L"inside", L"GetAllQueueEntryIds"},
                                    {L"Inside", L"IsJobPresent"}, {L"Inside", L"GetAllQueueEntryIDs"}, {L"Inside", L"GetTicketRecords"}}) {

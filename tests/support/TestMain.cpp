@@ -1,5 +1,6 @@
 // Test entry point: points the platform configuration at the private server,
-// and chooses the profile (NORVA_TEST_PROFILE), before any test creates the store.
+// and chooses the profile (NORVA_TEST_PROFILE) and identifier mode
+// (NORVA_TEST_IDPATTERN), before any test creates the store.
 #include <ConfigurationControl.h>
 #include <gtest/gtest.h>
 
@@ -14,5 +15,6 @@ int main(int argc, char** argv) {
     const std::string host = testing_support::DbHost();
     if (!host.empty()) ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(host));
     if (const char* profile = std::getenv("NORVA_TEST_PROFILE")) ConfigurationControl::SetProfile(profile);
+    if (const char* pattern = std::getenv("NORVA_TEST_IDPATTERN")) ConfigurationControl::SetIDPattern(pattern[0] == '1');
     return RUN_ALL_TESTS();
 }

@@ -1,0 +1,577 @@
+// norva: an operator's look into the workflow database through the data
+// layer's facade. See norva.1 (or `norva --help`) for the subcommands and
+// exit codes.
+//
+// Every subcommand builds a Table (rows of columns) and hands it to one
+// formatter that prints aligned text or JSON. Only `check` and `init-db`
+// look at the schema themselves; the others read through the providers.
+#include <ConfigurationControl.h>
+#include <Logger.h>
+#include <StringUtils.h>
+#include <ZTTickets.h>
+#include <cppconn/driver.h>
+#include <cppconn/exception.h>
+#include <cppconn/resultset.h>
+#include <cppconn/statement.h>
+#include <fcntl.h>
+#include <norvadatalayer.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Exit codes (also in norva --help and norva.1).
+enum Exit { kOk = 0, kProblem = 1, kUnreachable = 2, kUsage = 3, kFailed = 4 };
+
+// The account and schema the library uses (compiled into it as well).
+const char kSchema[] = "jdfdb";
+const char kUser[] = "lumbo27";
+const char kPassword[] = "lumbo27";
+
+// ---- output: one formatter for every subcommand ----
+
+struct Cell {
+    std::string text;
+    enum Kind { Text, Number, Null } kind;
+};
+Cell Str(const std::wstring& s) { return s.empty() ? Cell{"", Cell::Null} : Cell{StringUtils::stringFromwstring(s), Cell::Text}; }
+Cell Str(const std::string& s) { return Cell{s, Cell::Text}; }
+Cell Num(int n) { return n == -1 ? Cell{"", Cell::Null} : Cell{std::to_string(n), Cell::Number}; }
+Cell Time(const TimeStamp& t) {
+    if (t == TimeStamp(0)) return Cell{"", Cell::Null};
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", t.year, t.month, t.day, t.hour, t.minute,
+                  t.second);
+    return Cell{text, Cell::Text};
+}
+
+// Columns and rows; `record` prints the single row as "NAME value" lines
+// (JSON: one object instead of an array).
+struct Table {
+    std::vector<std::string> columns;
+    std::vector<std::vector<Cell>> rows;
+    bool record = false;
+};
+
+size_t Width(const std::string& s) {  // UTF-8 code points
+    return static_cast<size_t>(std::count_if(s.begin(), s.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string Upper(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+std::string JsonText(const std::string& s) {
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", c);
+            out += esc;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+std::string JsonObject(const Table& t, const std::vector<Cell>& row) {
+    std::string out = "{";
+    for (size_t i = 0; i < t.columns.size(); ++i) {
+        const Cell& c = row[i];
+        out += (i ? ", " : "") + JsonText(t.columns[i]) + ": " +
+               (c.kind == Cell::Null ? "null" : c.kind == Cell::Number ? c.text : JsonText(c.text));
+    }
+    return out + "}";
+}
+
+void Print(const Table& t, bool json) {
+    if (json) {
+        if (t.record) {
+            std::printf("%s\n", JsonObject(t, t.rows.at(0)).c_str());
+            return;
+        }
+        std::printf("[");
+        for (size_t r = 0; r < t.rows.size(); ++r) std::printf("%s\n %s", r ? "," : "", JsonObject(t, t.rows[r]).c_str());
+        std::printf("]\n");
+        return;
+    }
+    auto shown = [](const Cell& c) { return c.kind == Cell::Null ? std::string("-") : c.text; };
+    if (t.record) {
+        size_t w = 0;
+        for (const std::string& c : t.columns) w = std::max(w, c.size());
+        for (size_t i = 0; i < t.columns.size(); ++i) {
+            std::string value = shown(t.rows.at(0)[i]);
+            for (size_t p = 0; (p = value.find('\n', p)) != std::string::npos; p += w + 3) value.insert(p + 1, w + 2, ' ');
+            std::printf("%-*s  %s\n", static_cast<int>(w), Upper(t.columns[i]).c_str(), value.c_str());
+        }
+        return;
+    }
+    std::vector<size_t> w;
+    for (const std::string& c : t.columns) w.push_back(c.size());
+    for (const auto& row : t.rows)
+        for (size_t i = 0; i < row.size(); ++i) w[i] = std::max(w[i], Width(shown(row[i])));
+    auto line = [&](const std::vector<std::string>& cells) {
+        std::string out;
+        for (size_t i = 0; i < cells.size(); ++i) {
+            out += cells[i];
+            if (i + 1 < cells.size()) out += std::string(w[i] - Width(cells[i]) + 2, ' ');
+        }
+        std::printf("%s\n", out.c_str());
+    };
+    std::vector<std::string> head;
+    for (const std::string& c : t.columns) head.push_back(Upper(c));
+    line(head);
+    for (const auto& row : t.rows) {
+        std::vector<std::string> cells;
+        for (const Cell& c : row) cells.push_back(shown(c));
+        line(cells);
+    }
+}
+
+// ---- command line ----
+
+struct Args {
+    std::string command;
+    std::vector<std::string> positional;
+    std::map<std::string, std::string> values;  // --name VALUE
+    std::set<std::string> flags;                // --name
+    std::string Get(const std::string& name) const {
+        auto it = values.find(name);
+        return it == values.end() ? std::string() : it->second;
+    }
+    bool Has(const std::string& name) const { return flags.count(name) || values.count(name); }
+};
+
+// A failure of a subcommand: message for stderr and exit code.
+struct Failure {
+    std::string message;
+    int code;
+};
+using Result = std::pair<Table, Failure>;
+
+Result Fail(int code, const std::string& message) { return {Table(), Failure{message, code}}; }
+Result Done(Table t) { return {std::move(t), Failure{"", kOk}}; }
+Result Printed() { return {Table(), Failure{"", kOk}}; }  // the command wrote its own output
+
+std::string Host() { return StringUtils::stringFromwstring(ConfigurationControl::GetDBIPAddr()); }
+
+// ---- the connection test (and the connection of `check`) ----
+
+struct Probe {
+    std::unique_ptr<sql::Connection> connection;
+    Failure failure;
+};
+
+// Connects as the library does. A server that cannot be reached is exit 2;
+// one that answers but lacks the schema or the account is a problem (exit 1).
+Probe Connect() {
+    Probe p{nullptr, {"", kOk}};
+    try {
+        sql::ConnectOptionsMap options;
+        options["hostName"] = sql::SQLString(Host());
+        options["userName"] = sql::SQLString(kUser);
+        options["password"] = sql::SQLString(kPassword);
+        options["schema"] = sql::SQLString(kSchema);
+        options["OPT_CONNECT_TIMEOUT"] = 5;
+        options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
+        p.connection.reset(get_driver_instance()->connect(options));
+    } catch (sql::SQLException& e) {
+        const int error = e.getErrorCode();
+        if (error == 1049)
+            p.failure = {"database " + std::string(kSchema) + " is missing at " + Host() +
+                             ": load sql/jdfdb.sql (norva init-db)", kProblem};
+        else if (error == 1044 || error == 1045)
+            p.failure = {"account " + std::string(kUser) + " is refused at " + Host() + ": " + e.what() +
+                             "; load sql/jdfdb.sql (norva init-db)", kProblem};
+        else
+            p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
+    } catch (std::exception& e) {
+        p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
+    }
+    return p;
+}
+
+// ---- the schema file ----
+
+// The installed copy beside the program (../share/norvadatalayer), else the
+// source tree's (a program run from its build directory).
+std::string SchemaPath(const Args& a) {
+    if (!a.Get("schema").empty()) return a.Get("schema");
+    char exe[4096];
+    const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+    if (n > 0) {
+        std::string dir(exe, static_cast<size_t>(n));
+        dir.erase(dir.rfind('/'));
+        const std::string installed = dir + "/../" NORVA_DATADIR_REL "/jdfdb.sql";
+        if (access(installed.c_str(), R_OK) == 0) return installed;
+    }
+    return NORVA_SOURCE_SCHEMA;
+}
+
+// Table name -> (column name, definition) in file order, read from the
+// CREATE TABLE statements of the schema file.
+using Columns = std::vector<std::pair<std::string, std::string>>;
+bool ReadSchema(const std::string& path, std::vector<std::pair<std::string, Columns>>& tables) {
+    std::ifstream in(path);
+    if (!in) return false;
+    std::string line;
+    const std::string create = "CREATE TABLE IF NOT EXISTS ";
+    bool open = false;  // inside a CREATE TABLE
+    while (std::getline(in, line)) {
+        if (line.compare(0, create.size(), create) == 0) {
+            tables.push_back({line.substr(create.size(), line.find(' ', create.size()) - create.size()), {}});
+            open = true;
+            continue;
+        }
+        if (!line.empty() && line[0] == ')') open = false;
+        if (!open || line.size() < 3 || line.compare(0, 2, "  ") != 0 || line[2] == ' ' || line[2] == '-')
+            continue;
+        std::istringstream words(line);
+        std::string name;
+        words >> name;
+        if (name == "PRIMARY" || name == "KEY" || name == "UNIQUE") continue;
+        std::string definition = line.substr(line.find(name) + name.size());
+        definition = definition.substr(definition.find_first_not_of(' '));
+        definition = definition.substr(0, definition.find(','));
+        definition = definition.substr(0, definition.find("  --"));
+        std::istringstream parts(definition);  // spaces of the file's alignment collapsed
+        definition.clear();
+        for (std::string part; parts >> part;) definition += (definition.empty() ? "" : " ") + part;
+        name.erase(std::remove(name.begin(), name.end(), '`'), name.end());
+        tables.back().second.push_back({name, definition});
+    }
+    return !tables.empty();
+}
+
+// ---- subcommands ----
+
+CDataAccessProvider* Facade() { return CDataAccessProvider::GetInstance(); }
+
+const std::vector<std::string> kTicketList = {"key", "job", "part", "status", "state", "device", "submitted"};
+
+std::vector<Cell> TicketRow(const TicketTableRecord& r, bool full) {
+    std::vector<Cell> row = {Str(r.qentryId), Str(r.jobId), Str(r.jobPartId), Num(r.status),
+                             Num(r.state), Str(r.holdDevId), Time(r.subTime)};
+    if (!full) return row;
+    for (Cell c : {Time(r.lastUpdateTime), Str(r.senderId), Str(r.statusMsg), Str(r.jmfRetUrl), Str(r.uploadUrl),
+                   Str(r.previewRemoteUrl), Str(r.previewCachedFilePath), Str(r.qsubsParams), Str(r.jdf)})
+        row.push_back(c);
+    return row;
+}
+
+Result Tickets(const Args& a) {
+    ITicketDataProvider* tickets = Facade()->GetTicketDataProvider();
+    const std::wstring device = StringUtils::wstringFromstring(a.Get("device"));
+    const bool byState = a.Has("state");
+    const std::string stateText = a.Get("state");
+    char* end = nullptr;
+    const int state = byState ? static_cast<int>(std::strtol(stateText.c_str(), &end, 10)) : -1;
+    if (byState && (stateText.empty() || *end != 0)) return Fail(kUsage, "--state takes a number");
+    std::list<std::wstring> keys;
+    if (device.empty()) keys = tickets->GetAllQueueEntryIDs();
+    else if (byState) keys = tickets->GetTicketRecords(device, state);
+    else keys = tickets->GetAllQueueEntryIds(device);
+    keys.sort();
+    Table t{kTicketList, {}};
+    for (const std::wstring& key : keys) {
+        TicketTableRecord r;
+        if (!tickets->GetTicketRecord(key, &r) || (byState && r.state != state)) continue;
+        t.rows.push_back(TicketRow(r, false));
+    }
+    return Done(t);
+}
+
+Result Ticket(const Args& a) {
+    const std::wstring key = StringUtils::wstringFromstring(a.positional.at(0));
+    TicketTableRecord r;
+    if (!Facade()->GetTicketDataProvider()->GetTicketRecord(key, &r))
+        return Fail(kProblem, "no queue entry " + a.positional[0]);
+    if (a.Has("jdf")) {
+        std::fputs(StringUtils::stringFromwstring(r.jdf).c_str(), stdout);
+        return Printed();
+    }
+    Table t{kTicketList, {TicketRow(r, true)}, true};
+    for (const char* c : {"updated", "sender", "status_msg", "jmf_return_url", "upload_url", "preview_url",
+                          "preview_path", "subscription_params", "jdf"})
+        t.columns.push_back(c);
+    return Done(t);
+}
+
+Result Devices(const Args&) {
+    IDeviceDataProvider* devices = Facade()->GetDeviceDataProvider();
+    std::list<std::wstring> ids = devices->GetAllDeviceIds();
+    ids.sort();
+    Table t{{"device", "server", "index", "name", "status", "status_msg", "condition", "condition_code", "op_mode",
+             "updated"}, {}};
+    for (const std::wstring& id : ids) {
+        DeviceTableRecord r;
+        if (!devices->GetDeviceRecord(id, &r)) continue;
+        t.rows.push_back({Str(r.deviceId), Num(r.serverId), Num(r.devIndex), Str(r.displayName), Num(r.status),
+                          Str(r.statusMsg), Str(r.devCondition), Num(r.conditionCode), Num(r.deviceOpMode),
+                          Time(r.lastUpdateTime)});
+    }
+    return Done(t);
+}
+
+Result Servers(const Args&) {
+    std::vector<ServerTableRecord> servers;
+    Facade()->GetServerDataProvider()->GetServerRecords(servers);
+    std::sort(servers.begin(), servers.end(),
+              [](const ServerTableRecord& x, const ServerTableRecord& y) { return x.SERVERID < y.SERVERID; });
+    Table t{{"id", "name", "type", "state", "status_msg", "serial", "version", "login"}, {}};
+    for (const ServerTableRecord& r : servers)
+        t.rows.push_back({Num(r.SERVERID), Str(r.COMPNAME), Num(r.STYPE), Num(r.STATE), Str(r.STATMSG),
+                          Str(r.SERIALNO), Str(r.VERSION), Str(r.LOGINSERNAME)});
+    return Done(t);
+}
+
+Result Subs(const Args& a) {
+    IStatusSubDataProvider* subs = Facade()->GetStatusSubDataProvider();
+    std::vector<StatusSubTableRecord> records;
+    if (a.Has("due")) subs->GetRecords(records);  // time-driven and due now
+    else subs->GetRecords(L"", L"", L"", L"", true, records);
+    const std::wstring device = StringUtils::wstringFromstring(a.Get("device"));
+    std::sort(records.begin(), records.end(),
+              [](const StatusSubTableRecord& x, const StatusSubTableRecord& y) { return x.ID < y.ID; });
+    Table t{{"id", "device", "key", "job", "part", "sender", "url", "repeat_time", "repeat_step", "last_update"}, {}};
+    for (const StatusSubTableRecord& r : records) {
+        if (!device.empty() && r.DEVICEID != device) continue;
+        t.rows.push_back({Num(r.ID), Str(r.DEVICEID), Str(r.QENTRYID), Str(r.JOBID), Str(r.JOBPARTID),
+                          Str(r.SENDERID), Str(r.URL), Num(r.REPEATTIME), Num(r.REPEATSTEP), Time(r.LASTUPDATE)});
+    }
+    return Done(t);
+}
+
+// The pairs of the ticket file the job-sender provider keeps (./QueryURL).
+Result Senders(const Args& a) {
+    const std::string path = a.Has("file") ? a.Get("file") : "./QueryURL";
+    const STICKET_ACCESS* ticket = CreateTicket(path.c_str());
+    if (ticket == nullptr) return Fail(kFailed, "cannot read ticket file " + path);
+    std::vector<std::string> ids, urls;
+    ticket->GetVectorParameter("ZT/QUERYID", ids);
+    ticket->GetVectorParameter("ZT/URL", urls);
+    DestroyTicket(ticket);
+    Table t{{"query_id", "url"}, {}};
+    for (size_t i = 0; i < std::min(ids.size(), urls.size()); ++i) t.rows.push_back({Str(ids[i]), Str(urls[i])});
+    return Done(t);
+}
+
+// One line per finding: tables, columns, the MAXID row, the account's rights.
+Result Check(const Args& a) {
+    Table t{{"result", "finding"}, {}};
+    int problems = 0;
+    auto finding = [&](bool ok, const std::string& text) {
+        t.rows.push_back({Str(ok ? "ok" : "FAIL"), Str(text)});
+        problems += ok ? 0 : 1;
+    };
+    Probe p = Connect();
+    if (p.failure.code == kUnreachable) return Fail(kUnreachable, p.failure.message);
+    if (!p.connection) {
+        finding(false, p.failure.message);
+        return {t, Failure{"", kProblem}};
+    }
+    finding(true, "connected to " + Host() + " as " + kUser);
+    const std::string path = SchemaPath(a);
+    std::vector<std::pair<std::string, Columns>> schema;
+    if (!ReadSchema(path, schema)) return Fail(kFailed, "cannot read the schema file " + path);
+    try {
+        std::unique_ptr<sql::Statement> st(p.connection->createStatement());
+        auto rows = [&](const std::string& q) {
+            std::set<std::string> out;
+            std::unique_ptr<sql::ResultSet> r(st->executeQuery(q));
+            while (r->next()) out.insert(r->getString(1));
+            return out;
+        };
+        const std::set<std::string> present = rows(
+            "SELECT CONCAT(TABLE_NAME, '.', COLUMN_NAME) FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = '" +
+            std::string(kSchema) + "'");
+        for (const auto& table : schema) {
+            if (!present.count(table.first + "." + table.second.at(0).first)) {
+                finding(false, "table " + table.first + " is missing: load sql/jdfdb.sql (norva init-db)");
+                continue;
+            }
+            int missing = 0;
+            for (const auto& column : table.second) {
+                if (present.count(table.first + "." + column.first)) continue;
+                ++missing;
+                finding(false, "column " + table.first + "." + column.first + " is missing: ALTER TABLE " +
+                                   table.first + " ADD COLUMN `" + column.first + "` " + column.second);
+            }
+            if (!missing) finding(true, "table " + table.first + ": all " +
+                                            std::to_string(table.second.size()) + " columns present");
+        }
+        if (present.count("MAXID.JDFTICKET")) {
+            const std::string n = *rows("SELECT COUNT(*) FROM MAXID").begin();
+            if (n == "1") finding(true, "MAXID has its one row");
+            else if (n == "0") finding(false, "MAXID has no row: load sql/jdfdb.sql (norva init-db), which inserts it");
+            else finding(false, "MAXID has " + n + " rows: delete all but the one with the highest values");
+        }
+        const std::set<std::string> rights = rows(
+            "SELECT PRIVILEGE_TYPE FROM information_schema.USER_PRIVILEGES UNION "
+            "SELECT PRIVILEGE_TYPE FROM information_schema.SCHEMA_PRIVILEGES WHERE TABLE_SCHEMA = '" +
+            std::string(kSchema) + "'");
+        for (const char* right : {"SELECT", "INSERT", "UPDATE", "DELETE"})
+            finding(rights.count(right), std::string(kUser) + " may " + right + (rights.count(right) ? "" :
+                    " not: GRANT ALL PRIVILEGES ON jdfdb.* TO '" + std::string(kUser) + "' (sql/jdfdb.sql)"));
+    } catch (sql::SQLException& e) {
+        finding(false, std::string("schema query failed: ") + e.what());
+    }
+    return {t, Failure{"", problems ? kProblem : kOk}};
+}
+
+// Loads the schema file with the mariadb client as an administrator.
+Result InitDb(const Args& a) {
+    const std::string path = SchemaPath(a);
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return Fail(kFailed, "cannot read the schema file " + path);
+    std::vector<std::string> argv = {"mariadb", "--no-defaults", "--batch"};
+    if (a.Has("admin-socket")) argv.push_back("--socket=" + a.Get("admin-socket"));
+    if (a.Has("admin-host")) argv.push_back("--host=" + a.Get("admin-host"));
+    if (a.Has("admin-port")) argv.push_back("--port=" + a.Get("admin-port"));
+    if (a.Has("admin-user")) argv.push_back("--user=" + a.Get("admin-user"));
+    const std::string where = a.Has("admin-socket") ? a.Get("admin-socket") : a.Get("admin-host");
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(fd, 0);
+        if (a.Has("admin-password")) setenv("MYSQL_PWD", a.Get("admin-password").c_str(), 1);
+        std::vector<char*> args;
+        for (std::string& s : argv) args.push_back(&s[0]);
+        args.push_back(nullptr);
+        execvp(args[0], args.data());
+        std::fprintf(stderr, "cannot run mariadb: %s\n", std::strerror(errno));
+        _exit(127);
+    }
+    close(fd);
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) < 0) return Fail(kFailed, "cannot start the mariadb client");
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        return Fail(kFailed, "loading " + path + " into " + where + " failed (see the mariadb line above)");
+    std::printf("loaded %s into %s\n", path.c_str(), where.c_str());
+    return Printed();
+}
+
+struct Command {
+    const char* name;
+    size_t positional;
+    std::set<std::string> values;  // options taking a value
+    std::set<std::string> flags;
+    bool readsDatabase;            // through the facade: test the connection first
+    std::function<Result(const Args&)> run;
+    const char* usage;
+};
+
+const std::vector<Command>& Commands() {
+    static const std::vector<Command> commands = {
+        {"check", 0, {"schema"}, {}, false, Check,
+         "check [--schema FILE]             verify tables, columns, the MAXID row and the account's rights"},
+        {"tickets", 0, {"device", "state"}, {}, true, Tickets,
+         "tickets [--device D] [--state S]  one row per queue entry"},
+        {"ticket", 1, {}, {"jdf"}, true, Ticket, "ticket KEY [--jdf]                one queue entry in full, or its JDF alone"},
+        {"devices", 0, {}, {}, true, Devices, "devices                           the output devices"},
+        {"servers", 0, {}, {}, true, Servers, "servers                           the servers of the devices"},
+        {"subs", 0, {"device"}, {"due"}, true, Subs, "subs [--due] [--device D]         status subscriptions (--due: due now)"},
+        {"senders", 0, {"file"}, {}, false, Senders,
+         "senders [--file PATH]             query-id/URL pairs of the ticket file (./QueryURL)"},
+        {"init-db", 0, {"admin-socket", "admin-host", "admin-port", "admin-user", "admin-password", "schema"}, {},
+         false, InitDb,
+         "init-db --admin-socket PATH | --admin-host H [--admin-port P]\n"
+         "          [--admin-user U] [--admin-password W] [--schema FILE]\n"
+         "                                    load the schema and the account (mariadb client)"},
+    };
+    return commands;
+}
+
+int Help(FILE* out) {
+    std::fprintf(out,
+                 "usage: norva [--host HOST] [--profile exact|safe] [--json] COMMAND [ARGS]\n\n"
+                 "Reads norva.conf from the working directory like the library; --host\n"
+                 "overrides DBIPAddr, --profile overrides Profile.\n\ncommands:\n");
+    for (const Command& c : Commands()) std::fprintf(out, "  %s\n", c.usage);
+    std::fprintf(out,
+                 "\nexit codes:\n"
+                 "  0  success\n"
+                 "  1  a problem was found (check), a record is missing, or the schema or account is missing\n"
+                 "  2  the database server cannot be reached\n"
+                 "  3  usage error\n"
+                 "  4  other failure (schema file unreadable, init-db failed, ticket file unreadable)\n");
+    return out == stdout ? kOk : kUsage;
+}
+
+int Usage(const std::string& message) {
+    std::fprintf(stderr, "%s (norva --help lists the commands and options)\n", message.c_str());
+    return kUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Args a;
+    bool json = false;
+    std::vector<std::string> words(argv + 1, argv + argc);
+    // Global options first, then the command and its own options.
+    size_t i = 0;
+    for (; i < words.size() && words[i].compare(0, 2, "--") == 0; ++i) {
+        const std::string& w = words[i];
+        if (w == "--help") return Help(stdout);
+        if (w == "--json") { json = true; continue; }
+        if ((w != "--host" && w != "--profile") || i + 1 >= words.size()) return Usage("unknown option " + w);
+        const std::string value = words[++i];
+        if (w == "--host") ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(value));
+        else if (value == "exact" || value == "safe") ConfigurationControl::SetProfile(value);
+        else return Usage("--profile takes exact or safe, not " + value);
+    }
+    if (i >= words.size()) return Help(stderr);
+    a.command = words[i++];
+    auto command = std::find_if(Commands().begin(), Commands().end(),
+                                [&](const Command& c) { return a.command == c.name; });
+    if (command == Commands().end()) return Usage("unknown command " + a.command);
+    for (; i < words.size(); ++i) {
+        const std::string& w = words[i];
+        const std::string name = w.compare(0, 2, "--") == 0 ? w.substr(2) : "";
+        if (w == "--help") return Help(stdout);
+        if (w == "--json") json = true;
+        else if (command->flags.count(name)) a.flags.insert(name);
+        else if (command->values.count(name) && i + 1 < words.size()) a.values[name] = words[++i];
+        else if (name.empty() && a.positional.size() < command->positional) a.positional.push_back(w);
+        else return Usage("unexpected argument " + w + " for " + a.command);
+    }
+    if (a.positional.size() != command->positional) return Usage(a.command + " needs a KEY");
+    if (a.command == "init-db" && !a.Has("admin-socket") && !a.Has("admin-host"))
+        return Usage("init-db needs --admin-socket PATH or --admin-host HOST");
+
+    // The library's log goes to its LogFile; without one its lines would mix
+    // with this tool's one-line errors on stderr, so they are dropped.
+    if (ConfigurationControl::GetLogFile().empty()) Logger::Initialise()->SetSink([](LOG_CONST, const std::wstring&) {});
+    // The library logs a failed connection only; test it here first.
+    if (command->readsDatabase) {
+        Probe p = Connect();
+        if (!p.connection) {
+            std::fprintf(stderr, "%s\n", p.failure.message.c_str());
+            return p.failure.code;
+        }
+    }
+    Result r = command->run(a);
+    if (!r.second.message.empty()) std::fprintf(stderr, "%s\n", r.second.message.c_str());
+    if (!r.first.columns.empty()) Print(r.first, json);
+    return r.second.code;
+}
