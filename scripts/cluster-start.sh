@@ -44,17 +44,18 @@ else
     run_as=()
 fi
 
-# Ports: node I has base+4(I-1) for clients and the next three for Galera.
+# Ports: node I has base+4(I-1) for clients and the next three for Galera,
+# all below the kernel's range for outgoing connections (32768 up).
 if [[ ! -s $dir/base ]]; then
     for ((try = 0; try < 200; try++)); do
-        base=$((20000 + RANDOM % 20000))
+        base=$((20000 + RANDOM % (12700 - 4 * size)))
         for ((p = base; p < base + 4 * size; p++)); do
             db_port_in_use "$p" && continue 2
         done
         echo "$base" >"$dir/base"
         break
     done
-    [[ -s $dir/base ]] || db_die "no free run of $((4 * size)) ports found in 20000-40000"
+    [[ -s $dir/base ]] || db_die "no free run of $((4 * size)) ports found in 20000-32700"
 fi
 base=$(cat "$dir/base")
 client_port() { echo $((base + 4 * ($1 - 1))); }

@@ -31,7 +31,15 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 started=$SECONDS
-bash scripts/cluster-start.sh "$cluster" 3
+# Another program can take a chosen port before a node binds it: one more try
+# from scratch.
+if ! bash scripts/cluster-start.sh "$cluster" 3; then
+    echo "run-cluster: the cluster did not start; trying once more" >&2
+    bash scripts/cluster-stop.sh "$cluster" || true
+    rm -rf "$cluster"
+    mkdir -p "$cluster"
+    bash scripts/cluster-start.sh "$cluster" 3
+fi
 echo "run-cluster: cluster formed in $((SECONDS - started)) s"
 while IFS='=' read -r key value; do
     [[ -n $key ]] && export "$key=$value"
