@@ -14,26 +14,19 @@
 # The CSV of the last run is kept in build/bench/bench-results.csv.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/bench"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 rounds=${NORVA_BENCH_ROUNDS:-5}
 
-bash scripts/install-deps.sh
-mkdir -p "$build"
-
-{
-    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
-        -DNORVA_BUILD_EXAMPLES=OFF -DNORVA_SANITIZE=OFF
-    cmake --build "$build" -j2 --target norva_bench
-} >"$build/build.log" 2>&1 || { cat "$build/build.log" >&2; exit 1; }
+mkdir -p build/bench
+norva_build bench -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
+    -DNORVA_BUILD_EXAMPLES=OFF -DNORVA_SANITIZE=OFF --target norva_bench \
+    >build/bench/build.log 2>&1 || { cat build/bench/build.log >&2; exit 1; }
 
 parent=/tmp
 if [[ ${NORVA_BENCH_ON_DISK:-0} != 1 && -d /dev/shm && -w /dev/shm ]]; then
     parent=/dev/shm
 fi
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start "$parent" >/dev/null
 # The benchmark's working directory, with the trace file, stays on disk.
 work=$(mktemp -d /tmp/norvabench.XXXXXX)

@@ -8,18 +8,12 @@
 # Exits with the demo's status.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/plain"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
-bash scripts/install-deps.sh
+norva_build plain -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON \
+    --target norva_demo
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON
-cmake --build "$build" -j2 --target norva_demo
-
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start /tmp
 
 # The library reads norva.conf and datalayer.xml from the working directory,

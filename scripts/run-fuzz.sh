@@ -8,16 +8,13 @@
 #   NORVA_FUZZ_SECONDS=600 scripts/run-fuzz.sh
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/fuzz"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 seconds=${NORVA_FUZZ_SECONDS:-60}
 targets=(xmlparser_fuzz ticketfile_fuzz)
 
-bash scripts/install-deps.sh
-
-cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
-cmake --build "$build" -j2 --target "${targets[@]}"
+norva_build fuzz --source "$root/fuzz" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    --target "${targets[@]}"
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:symbolize=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1

@@ -4,31 +4,29 @@
 #
 #   scripts/run-tests.sh               # build/plain
 #   scripts/run-tests.sh --sanitize    # build/sanitize, ASan + UBSan
+#   scripts/run-tests.sh --shuffle     # every program runs its tests in a
+#                                      # random order (seed printed; set
+#                                      # NORVA_TEST_SEED=N to repeat one)
 #
 # Exits with the status of ctest.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
 mode=plain
 sanitize=OFF
+shuffle=0
 for arg in "$@"; do
     case $arg in
         --sanitize) mode=sanitize; sanitize=ON ;;
-        *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+        --shuffle) shuffle=1 ;;
+        *) echo "usage: $0 [--sanitize] [--shuffle]" >&2; exit 2 ;;
     esac
 done
-build="$root/build/$mode"
 
-bash scripts/install-deps.sh
+norva_build "$mode" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DNORVA_SANITIZE="$sanitize" -DNORVA_BUILD_TESTS=ON
-cmake --build "$build" -j2
-
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start /tmp
 
 if [[ $mode == sanitize ]]; then
@@ -39,11 +37,17 @@ if [[ $mode == sanitize ]]; then
     fi
 fi
 
+if ((shuffle)); then
+    export GTEST_SHUFFLE=1
+    export GTEST_RANDOM_SEED=${NORVA_TEST_SEED:-$((RANDOM % 99999 + 1))}
+    echo "run-tests: tests shuffled with seed $GTEST_RANDOM_SEED (NORVA_TEST_SEED=$GTEST_RANDOM_SEED repeats it)"
+fi
+
 status=0
 ctest --test-dir "$build" --output-on-failure || status=$?
 # The plain build also proves the installed package: a host program built
 # only from pkg-config's flags uses the facade.
-if [[ $mode == plain ]]; then
+if [[ $mode == plain && $shuffle == 0 ]]; then
     bash scripts/check-install.sh || status=1
 fi
 exit "$status"

@@ -8,21 +8,15 @@
 # Exits with the status of ctest.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/tsan"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
 # The tests in which several threads use the library or its platform parts.
 tests=(concurrency_test fault_test jobsender_provider_test platform_test)
 
-bash scripts/install-deps.sh
+norva_build tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_TSAN=ON -DNORVA_SANITIZE=OFF \
+    -DNORVA_BUILD_TESTS=ON -DNORVA_BUILD_EXAMPLES=OFF --target "${tests[@]}"
 
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DNORVA_TSAN=ON -DNORVA_SANITIZE=OFF -DNORVA_BUILD_TESTS=ON -DNORVA_BUILD_EXAMPLES=OFF
-cmake --build "$build" -j2 --target "${tests[@]}"
-
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start /tmp
 
 # The suppressions cover only the uninstrumented database connector.

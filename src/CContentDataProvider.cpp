@@ -20,26 +20,9 @@ namespace {
 
 typedef ContentTableRecord Rec;
 
-// Indexes into kColumns.
-enum ContentColumn {
-    kContentId,
-    kRunId,
-    kQentryId,
-    kRemoteUrl,
-    kCacFilePath,
-    kCacheStat,
-    kDisplayName,
-    kNPages,
-    kFileType,
-    kCacheDate,
-    kLastModDate,
-    kPreviewRemoteUrl,
-    kPreviewCacFilePath
-};
-
 // The CONTENT columns of a record. nPages counts as set when it is not 0
 // (its record default), cacheStat when it is not -1.
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     IntColumn("CONTENT.CONTENTID", &Rec::contentId),
     TextColumn("CONTENT.RUN_ID", &Rec::runId),
     TextColumn("CONTENT.QENTRYID", &Rec::qentryId),
@@ -55,27 +38,33 @@ const Column<Rec> kColumns[] = {
     TextColumn("CONTENT.PREVIEWCACFILEPATH", &Rec::previewCacFilePath),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+constexpr int kContentId = Col("CONTENTID"), kRunId = Col("RUN_ID"), kQentryId = Col("QENTRYID"),
+              kDisplayName = Col("DISPLAYNAME"), kPreviewRemoteUrl = Col("PREVIEWREMOTEURL");
+
 // Columns written by AddRecord and UpdateRecord, in this order.
-const int kWriteOrder[] = {kQentryId,    kRunId,      kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
-                           kCacheStat,   kDisplayName, kNPages,   kFileType,    kCacheDate,        kLastModDate};
+constexpr int kWriteOrder[] = {Col("QENTRYID"),  Col("RUN_ID"),      Col("REMOTEURL"), Col("CACFILEPATH"),
+                               Col("PREVIEWREMOTEURL"), Col("PREVIEWCACFILEPATH"), Col("CACHESTAT"), Col("DISPLAYNAME"),
+                               Col("NPAGES"),    Col("FILETYPE"),    Col("CACHEDATE"), Col("LASTMODDATE")};
 
 // GetRecord: the columns read with the default rule after QENTRYID and RUN_ID.
-const int kRecordReadOrder[] = {kRemoteUrl, kCacFilePath, kPreviewRemoteUrl, kPreviewCacFilePath,
-                                kCacheStat, kDisplayName, kNPages,           kFileType,
-                                kCacheDate, kLastModDate, kContentId};
+constexpr int kRecordReadOrder[] = {Col("REMOTEURL"), Col("CACFILEPATH"), Col("PREVIEWREMOTEURL"), Col("PREVIEWCACFILEPATH"),
+                                    Col("CACHESTAT"), Col("DISPLAYNAME"), Col("NPAGES"),           Col("FILETYPE"),
+                                    Col("CACHEDATE"), Col("LASTMODDATE"), Col("CONTENTID")};
 
 // GetRecords: the columns read with the default rule. Into a fresh record a
 // missing RUN_ID leaves the empty runId, which the default rule gives too.
 // DISPLAYNAME and PREVIEWREMOTEURL follow rules of their own (ReadListed).
-const int kRecordsReadOrder[] = {kQentryId, kRunId,    kRemoteUrl,  kCacFilePath, kCacheStat,
-                                 kNPages,   kFileType, kCacheDate,  kLastModDate, kContentId,
-                                 kPreviewCacFilePath};
+constexpr int kRecordsReadOrder[] = {Col("QENTRYID"),  Col("RUN_ID"),      Col("REMOTEURL"), Col("CACFILEPATH"),
+                                     Col("CACHESTAT"), Col("NPAGES"),      Col("FILETYPE"),  Col("CACHEDATE"),
+                                     Col("LASTMODDATE"), Col("CONTENTID"), Col("PREVIEWCACFILEPATH")};
 
-const wchar_t kBeforeGetContentId[] = L"Before ExecuteQuery() from CContentDataProvider::GetContentId";
-const wchar_t kAfterGetContentId[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId";
+const provider::Trace kGetContentId = {L"Before ExecuteQuery() from CContentDataProvider::GetContentId",
+                                       L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"};
 // GetRecord traces its query with these lines too.
-const wchar_t kBeforeGetRecords[] = L"Before ExecuteQuery() from CContentDataProvider::GetRecords";
-const wchar_t kAfterGetRecords[] = L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords";
+const provider::Trace kGetRecords = {L"Before ExecuteQuery() from CContentDataProvider::GetRecords",
+                                     L"Returned from ExecuteQuery() Inside CContentDataProvider::GetRecords"};
 
 // Cache paths are stored with forward slashes.
 void NormalisePath(std::wstring& path) { std::replace(path.begin(), path.end(), L'\\', L'/'); }
@@ -108,9 +97,7 @@ int CContentDataProvider::GetContentId(const std::wstring& qentryId, const std::
     provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, kColumns[kRunId].name, runId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetContentId, kAfterGetContentId);
-
-    const int nRecCnt = query.GetRecordCount();
+    const int nRecCnt = provider::RunForCount(m_pDatabase, m_pLogger, query, kGetContentId);
     NORVA_ASSERT(nRecCnt == 1, "nRecCnt == 1");
     Tuplist row;
     provider::FetchRecord(query, 0, row);
@@ -140,17 +127,12 @@ bool CContentDataProvider::GetRecord(int contentId, CContentRecord* rec) {
     if (contentId == -1) return false;
     NORVA_ASSERT(rec != nullptr, "contentRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, TICKET_CONTENT, "CONTENT.*");
-    provider::AddEquals(query, kColumns[kContentId].name, contentId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-
-    Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
-    provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
-    provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
-    provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, TICKET_CONTENT, "CONTENT.*", kColumns[kContentId].name,
+                                  contentId, kGetRecords, [rec](Tuplist& row) {
+                                      provider::ReadColumn(row, *rec, kColumns[kQentryId], ReadMode::AsIs);
+                                      provider::ReadColumn(row, *rec, kColumns[kRunId], ReadMode::KeepIfMissing);
+                                      provider::ReadColumns(row, *rec, kColumns, kRecordReadOrder);
+                                  });
 }
 
 bool CContentDataProvider::GetRecords(const std::wstring& qentryId, std::vector<ContentTableRecord>& out) {
@@ -162,15 +144,9 @@ bool CContentDataProvider::GetRecords(const std::wstring& qentryId, std::vector<
     dl_MultiValue query;
     provider::Select(query, TICKET_CONTENT, "CONTENT.*");
     provider::AddEquals(query, kColumns[kQentryId].name, qentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-
     // Appended in result order; `out` keeps what it held.
-    const int count = query.GetRecordCount();
-    for (int index = 0; index < count; ++index) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, index, row)) break;
-        out.push_back(ReadListed(row));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query, kGetRecords, provider::Walk::FirstToLast,
+                        [&out](Tuplist& row) { out.push_back(ReadListed(row)); });
     return true;
 }
 

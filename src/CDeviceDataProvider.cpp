@@ -13,25 +13,9 @@ namespace {
 
 const TICKET_TYPE_NV kTable = TICKET_DEVICE;
 
-// The columns of DEVICE and the record fields they hold.
-enum DeviceColumn {
-    kServerId,
-    kDeviceId,
-    kDevCaps,
-    kSubUrl,
-    kDevIndex,
-    kInterName,
-    kDisplayName,
-    kStatus,
-    kStatusMsg,
-    kDevCondition,
-    kCondition,
-    kDeviceOpMode,
-    kLastUpdateTime
-};
-
 typedef DeviceTableRecord R;
-const Column<R> kColumns[] = {
+// The columns of DEVICE and the record fields they hold.
+constexpr Column<R> kColumns[] = {
     provider::IntColumn("DEVICE.SERVERID", &R::serverId),
     provider::TextColumn("DEVICE.DEVICEID", &R::deviceId),
     provider::BlobColumn("DEVICE.DEVCAPS", &R::devCaps),
@@ -48,16 +32,20 @@ const Column<R> kColumns[] = {
     provider::TimeColumn("DEVICE.LASTUPDATETIME", &R::lastUpdateTime),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+
 // Written by AddDevice after the key column.
-const int kAddOrder[] = {kServerId,   kSubUrl,       kDevCaps,    kDevIndex,     kInterName,
-                         kDisplayName, kStatus,      kStatusMsg,  kDevCondition, kCondition,
-                         kDeviceOpMode, kLastUpdateTime};
+constexpr int kAddOrder[] = {Col("SERVERID"),     Col("SUBURL"),    Col("DEVCAPS"),      Col("DEVINDEX"),
+                             Col("INTERNAME"),    Col("DISPLAYNAME"), Col("STATUS"),     Col("STATUSMSG"),
+                             Col("DEVCONDITION"), Col("CONDITION"), Col("DEVICEOPMODE"), Col("LASTUPDATETIME")};
 // The only columns UpdateDeviceRecord touches.
-const int kUpdateOrder[] = {kDevCaps, kSubUrl, kStatus, kStatusMsg};
+constexpr int kUpdateOrder[] = {Col("DEVCAPS"), Col("SUBURL"), Col("STATUS"), Col("STATUSMSG")};
 // Read back from a "DEVICE.*" record.
-const int kReadOrder[] = {kServerId,  kDeviceId,  kDevIndex,     kSubUrl,    kDevCaps,
-                          kInterName, kDisplayName, kStatus,     kStatusMsg, kDevCondition,
-                          kCondition, kLastUpdateTime, kDeviceOpMode};
+constexpr int kReadOrder[] = {Col("SERVERID"),    Col("DEVICEID"),  Col("DEVINDEX"),       Col("SUBURL"),
+                              Col("DEVCAPS"),     Col("INTERNAME"), Col("DISPLAYNAME"),    Col("STATUS"),
+                              Col("STATUSMSG"),   Col("DEVCONDITION"), Col("CONDITION"),   Col("LASTUPDATETIME"),
+                              Col("DEVICEOPMODE")};
 
 // An int laid out so that reading it as a wide C string stops inside this
 // object: the int is the first character, the zeros after it end the text.
@@ -113,16 +101,10 @@ bool CDeviceDataProvider::GetDeviceRecord(const std::wstring& devId, CDeviceReco
     if (devId.empty()) return false;
     NORVA_ASSERT(rec != nullptr, "deviceRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, kTable, "DEVICE.*");
-    provider::AddEquals(query, "DEVICE.DEVICEID", devId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord");
-
-    Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
-    provider::ReadColumns(row, *rec, kColumns, kReadOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, kTable, "DEVICE.*", "DEVICE.DEVICEID", devId,
+                                  {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecord",
+                                   L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecord"},
+                                  [rec](Tuplist& row) { provider::ReadColumns(row, *rec, kColumns, kReadOrder); });
 }
 
 bool CDeviceDataProvider::GetDeviceRecordsConnectedToServer(int serverId, std::vector<DeviceTableRecord>& out) {
@@ -131,19 +113,11 @@ bool CDeviceDataProvider::GetDeviceRecordsConnectedToServer(int serverId, std::v
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.*");
     provider::AddEquals(query, "DEVICE.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer");
-
     // Appends in result order; `out` keeps what it held.
-    const int count = query.GetRecordCount();
-    for (int i = 0; i < count; ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
-        DeviceTableRecord rec;
-        provider::ReadColumns(row, rec, kColumns, kReadOrder);
-        out.push_back(rec);
-    }
+    provider::AppendRecords(m_pDatabase, m_pLogger, query,
+                            {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceRecordsConnectedToServer",
+                             L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceRecordsConnectedToServer"},
+                            provider::Walk::FirstToLast, kColumns, kReadOrder, out);
     return true;
 }
 
@@ -153,17 +127,16 @@ bool CDeviceDataProvider::GetDeviceID(int serverId, int devIndex, std::wstring& 
     int count = 0;
     dl_MultiValue query;
     if (serverId >= 1 && devIndex >= 1) {
-        // Both values go in as wide texts whose one character is the int
-        // itself, not its decimal rendering: the stored rule of this lookup.
+        // Each int goes in as a one-character wide text (docs/kept-behaviours.md, P6).
         const IntAsWideText server{serverId};
         const IntAsWideText index{devIndex};
         provider::Select(query, kTable, "DEVICE.DEVICEID");
         provider::AddEquals(query, "DEVICE.SERVERID", PARAM_WSTRING, &server.value);
         provider::AddOperator(query, "AND");
         provider::AddEquals(query, "DEVICE.DEVINDEX", PARAM_WSTRING, &index.value);
-        provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceID",
-                           L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceID");
-        count = query.GetRecordCount();
+        count = provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                      {L"Before ExecuteQuery() from CDeviceDataProvider::GetDeviceID",
+                                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetDeviceID"});
     }
     // Callers ask only for a pair that names exactly one device.
     int nRecCnt = count;
@@ -193,15 +166,12 @@ std::list<std::wstring> CDeviceDataProvider::GetAllDeviceIds() {
     std::list<std::wstring> ids;
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.DEVICEID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CDeviceDataProvider::GetAllDeviceIds",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetAllDeviceIds");
-
     // Last record first: the list comes out in reverse result order.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        ids.push_back(provider::TextAsIs(row["DEVICE.DEVICEID"]));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CDeviceDataProvider::GetAllDeviceIds",
+                         L"Returned from ExecuteQuery() Inside CDeviceDataProvider::GetAllDeviceIds"},
+                        provider::Walk::LastToFirst,
+                        [&ids](Tuplist& row) { ids.push_back(provider::TextAsIs(row["DEVICE.DEVICEID"])); });
     return ids;
 }
 
@@ -211,8 +181,7 @@ bool CDeviceDataProvider::IsDevicePresentForServer(int serverId) {
     dl_MultiValue query;
     provider::Select(query, kTable, "DEVICE.DEVICEID");
     provider::AddEquals(query, "DEVICE.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CDeviceDataProvider::IsDevicePresentForServer",
-                       L"Returned from ExecuteQuery() Inside CDeviceDataProvider::IsDevicePresentForServer");
-    return query.GetRecordCount() > 0;
+    return provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                 {L"Before ExecuteQuery() from CDeviceDataProvider::IsDevicePresentForServer",
+                                  L"Returned from ExecuteQuery() Inside CDeviceDataProvider::IsDevicePresentForServer"}) > 0;
 }

@@ -130,7 +130,7 @@ const CatalogueEntry kCatalogue[] = {
 bool IsKnownTable(TICKET_TYPE_NV table) { return table >= TICKET_JDFTICKET && table <= TICKET_MAXID; }
 
 void LogException(Logger* logger, const wchar_t* signature, bool unknown) {
-    // The format says %s while the signature is wide, as it stands.
+    // %s with a wide signature: one character shows (docs/kept-behaviours.md, S9).
     logger->log(kLevel, kExceptionLine, signature);
     if (unknown) logger->log(kLevel, L"%ls", kUnknownException);
 }
@@ -613,8 +613,7 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
             AppendWhereKey(text, table, key, keyType);
             statement = text.str();
         } else {
-            // The server reads this as a multi-table delete naming the column as
-            // a table and refuses it; kept so, the failure is only logged.
+            // Refused by the server, only logged (docs/kept-behaviours.md, S4).
             statement = KeyedColumnStatement("DELETE", name, table, key, keyType);
         }
         result = Answer(Exec(statement), true, L"DeleteParameter()");
@@ -811,10 +810,9 @@ int CMysqlDatabaseInterface::NextID(std::vector<int>& keys, int* maxId) {
         id = mark + 1;
     } else {
         std::sort(keys.begin(), keys.end());
-        // Lowest free: walk the sorted keys while they match the candidate
-        // (a key of 0 also uses up one candidate number). Text keys can give
-        // a number twice ("1" and "01") or below 1 ("-5"); such a key is
-        // passed over, so the walk never stops on a number already taken.
+        // Lowest free: walk the sorted keys while they match the candidate;
+        // how keys of 0, repeated and negative numbers count:
+        // docs/kept-behaviours.md, S10.
         int64_t candidate = 1;
         for (int key : keys) {
             if (key == candidate || key == 0)

@@ -10,11 +10,9 @@ using provider::Column;
 
 namespace {
 
-// The columns of SERVER and the record fields they hold.
-enum ServerColumn { kServerId, kCompName, kStatMsg, kState, kLoginPwd, kLoginName, kSerialNo, kVersion, kSType };
-
 typedef ServerTableRecord R;
-const Column<R> kColumns[] = {
+// The columns of SERVER and the record fields they hold.
+constexpr Column<R> kColumns[] = {
     provider::IntColumn("SERVER.SERVERID", &R::SERVERID),
     provider::TextColumn("SERVER.COMPNAME", &R::COMPNAME),
     provider::TextColumn("SERVER.STATMSG", &R::STATMSG),
@@ -26,12 +24,18 @@ const Column<R> kColumns[] = {
     provider::IntColumn("SERVER.STYPE", &R::STYPE),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+
 // Written by AddServer and UpdateServerRecord.
-const int kWriteOrder[] = {kCompName, kLoginPwd, kLoginName, kSerialNo, kSType, kState, kStatMsg, kVersion};
+constexpr int kWriteOrder[] = {Col("COMPNAME"), Col("LOGINPWD"), Col("LOGINSERNAME"), Col("SERIALNO"),
+                               Col("STYPE"),    Col("STATE"),    Col("STATMSG"),      Col("VERSION")};
 // Read back by GetServerRecord.
-const int kRecordOrder[] = {kCompName, kLoginPwd, kLoginName, kSerialNo, kServerId, kSType, kState, kStatMsg, kVersion};
+constexpr int kRecordOrder[] = {Col("COMPNAME"), Col("LOGINPWD"), Col("LOGINSERNAME"), Col("SERIALNO"), Col("SERVERID"),
+                                Col("STYPE"),    Col("STATE"),    Col("STATMSG"),      Col("VERSION")};
 // Read back by GetServerRecords.
-const int kListOrder[] = {kServerId, kCompName, kStatMsg, kState, kLoginPwd, kLoginName, kSerialNo, kVersion, kSType};
+constexpr int kListOrder[] = {Col("SERVERID"), Col("COMPNAME"),     Col("STATMSG"),  Col("STATE"),  Col("LOGINPWD"),
+                              Col("LOGINSERNAME"), Col("SERIALNO"), Col("VERSION"), Col("STYPE")};
 
 // Size of the buffers a wide-string column is read into (VARCHAR(1023) and its NUL).
 const size_t kTextBufferSize = 1024;
@@ -58,8 +62,8 @@ bool CServerDataProvider::AddServer(CServerRecord* rec) {
 bool CServerDataProvider::DeleteServer(int serverId) {
     if (serverId == -1) return false;
 
-    // Devices refer to their server: such a server stays. The answer is the
-    // check's, so a refused delete also reports true.
+    // Devices refer to their server: such a server stays, and the answer is
+    // true (docs/kept-behaviours.md, P11).
     CDeviceDataProvider devices;
     if (devices.IsDevicePresentForServer(serverId)) {
         m_pLogger->log(provider::kLogLevel, L"%ls",
@@ -102,16 +106,10 @@ bool CServerDataProvider::GetServerRecord(int serverId, CServerRecord* out) {
                     "virtual bool CServerDataProvider::GetServerRecord(int, CServerRecord*)");
     if (serverId == -1) return false;
 
-    dl_MultiValue query;
-    provider::Select(query, m_tableType, "SERVER.*");
-    provider::AddEquals(query, "SERVER.SERVERID", serverId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord");
-
-    Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
-    provider::ReadColumns(row, *out, kColumns, kRecordOrder);
-    return true;
+    return provider::ReadOneByKey(m_pDatabase, m_pLogger, m_tableType, "SERVER.*", "SERVER.SERVERID", serverId,
+                                  {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecord",
+                                   L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecord"},
+                                  [out](Tuplist& row) { provider::ReadColumns(row, *out, kColumns, kRecordOrder); });
 }
 
 int CServerDataProvider::IsServerAndServerTypeExists(std::wstring compName, int serverType, int& serverId) {
@@ -120,43 +118,34 @@ int CServerDataProvider::IsServerAndServerTypeExists(std::wstring compName, int 
     dl_MultiValue query;
     query.InsertTickettype(1, TICKET_SERVER);
     query.InsertKeys(3, "SERVER.STYPE", "SERVER.COMPNAME", "SERVER.SERVERID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CServerDataProvider::IsServerAndServerTypeExists",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::IsServerAndServerTypeExists");
-
     // From the last row back: of several matches the last in the result wins.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        if (provider::IntOr(row["SERVER.STYPE"], -1) != serverType) continue;
-        if (provider::TextOr(row["SERVER.COMPNAME"], std::wstring()) != compName) continue;
-        serverId = provider::IntOr(row["SERVER.SERVERID"], -1);
-        break;
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CServerDataProvider::IsServerAndServerTypeExists",
+                         L"Returned from ExecuteQuery() Inside CServerDataProvider::IsServerAndServerTypeExists"},
+                        provider::Walk::LastToFirst, [&](Tuplist& row) {
+                            if (provider::IntOr(row["SERVER.STYPE"], -1) != serverType) return true;
+                            if (provider::TextOr(row["SERVER.COMPNAME"], std::wstring()) != compName) return true;
+                            serverId = provider::IntOr(row["SERVER.SERVERID"], -1);
+                            return false;
+                        });
     return serverId;
 }
 
 bool CServerDataProvider::GetServerRecords(std::vector<ServerTableRecord>& out) {
     dl_MultiValue query;
     provider::Select(query, TICKET_SERVER, "SERVER.*");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords");
-
     // Appended from the last row back, i.e. in reverse result order.
-    for (int i = query.GetRecordCount() - 1; i >= 0; --i) {
-        Tuplist row;
-        provider::FetchRecord(query, i, row);
-        ServerTableRecord rec;
-        provider::ReadColumns(row, rec, kColumns, kListOrder);
-        out.push_back(rec);
-    }
+    provider::AppendRecords(m_pDatabase, m_pLogger, query,
+                            {L"Before ExecuteQuery() from CServerDataProvider::GetServerRecords",
+                             L"Returned from ExecuteQuery() Inside CServerDataProvider::GetServerRecords"},
+                            provider::Walk::LastToFirst, kColumns, kListOrder, out);
     return true;
 }
 
 int CServerDataProvider::GetRecordCount() {
     dl_MultiValue query;
     provider::Select(query, TICKET_SERVER, "SERVER.SERVERID");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CServerDataProvider::GetRecordCount",
-                       L"Returned from ExecuteQuery() Inside CServerDataProvider::GetRecordCount");
-    return query.GetRecordCount();
+    return provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                 {L"Before ExecuteQuery() from CServerDataProvider::GetRecordCount",
+                                  L"Returned from ExecuteQuery() Inside CServerDataProvider::GetRecordCount"});
 }

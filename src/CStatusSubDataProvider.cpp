@@ -17,28 +17,7 @@ typedef StatusSubTableRecord Rec;
 namespace {
 
 // Columns of STATSSUBS in record field order.
-enum Field {
-    COL_ID,
-    COL_REFID,
-    COL_URL,
-    COL_STATSUBS,
-    COL_LASTSIG,
-    COL_LASTUPDATE,
-    COL_DEVDETLEVEL,
-    COL_JOBDETAIL,
-    COL_QUEUEINFO,
-    COL_EMPLOYEINFO,
-    COL_DEVICEID,
-    COL_QENTRYID,
-    COL_JOBID,
-    COL_JOBPARTID,
-    COL_REPEATSTEP,
-    COL_REPEATTIME,
-    COL_RESPONSE,
-    COL_SENDERID
-};
-
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     provider::IntColumn("STATSSUBS.ID", &Rec::ID),
     provider::TextColumn("STATSSUBS.REFID", &Rec::REFID),
     provider::TextColumn("STATSSUBS.URL", &Rec::URL),
@@ -59,50 +38,52 @@ const Column<Rec> kColumns[] = {
     provider::TextColumn("STATSSUBS.SENDERID", &Rec::SENDERID),
 };
 
-// Readers take every field, in field order.
-const int kReadOrder[] = {COL_ID,         COL_REFID,    COL_URL,        COL_STATSUBS,   COL_LASTSIG,   COL_LASTUPDATE,
-                          COL_DEVDETLEVEL, COL_JOBDETAIL, COL_QUEUEINFO, COL_EMPLOYEINFO, COL_DEVICEID, COL_QENTRYID,
-                          COL_JOBID,       COL_JOBPARTID, COL_REPEATSTEP, COL_REPEATTIME, COL_RESPONSE, COL_SENDERID};
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+using Field = int;
+constexpr Field COL_ID = Col("ID"), COL_REFID = Col("REFID"), COL_URL = Col("URL"), COL_LASTSIG = Col("LASTSIG"),
+                COL_LASTUPDATE = Col("LASTUPDATE"), COL_DEVICEID = Col("DEVICEID"), COL_QENTRYID = Col("QENTRYID"),
+                COL_JOBID = Col("JOBID"), COL_JOBPARTID = Col("JOBPARTID"), COL_REPEATTIME = Col("REPEATTIME"),
+                COL_RESPONSE = Col("RESPONSE"), COL_SENDERID = Col("SENDERID");
 
 // Writers take the set fields in column-name order (the key is never written).
-const int kWriteOrder[] = {COL_DEVDETLEVEL, COL_DEVICEID,   COL_EMPLOYEINFO, COL_JOBDETAIL, COL_JOBID,
-                           COL_JOBPARTID,   COL_LASTSIG,    COL_LASTUPDATE,  COL_QENTRYID,  COL_QUEUEINFO,
-                           COL_REFID,       COL_REPEATSTEP, COL_REPEATTIME,  COL_RESPONSE,  COL_SENDERID,
-                           COL_STATSUBS,    COL_URL};
+constexpr int kWriteOrder[] = {Col("DEVDETLEVEL"), Col("DEVICEID"),  Col("EMPLOYEINFO"), Col("JOBDETAIL"),
+                               Col("JOBID"),       Col("JOBPARTID"), Col("LASTSIG"),     Col("LASTUPDATE"),
+                               Col("QENTRYID"),    Col("QUEUEINFO"), Col("REFID"),       Col("REPEATSTEP"),
+                               Col("REPEATTIME"),  Col("RESPONSE"),  Col("SENDERID"),    Col("STATSUBS"),
+                               Col("URL")};
 
 const char* Name(Field field) { return kColumns[field].name; }
 
 const char kAll[] = "STATSSUBS.*";
-const wchar_t kBeforeGetRecords[] = L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecords";
 const wchar_t kAfterGetRecords[] = L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecords";
+const provider::Trace kGetRecords = {L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecords",
+                                     kAfterGetRecords};
 
 bool Invalid(int id) { return !provider::IsSetUnsigned(id); }
 
-// Copies one result row into a record; a column without a value gives the
-// field's default.
-void ReadRecord(Tuplist& row, Rec& rec) { provider::ReadColumns(row, rec, kColumns, kReadOrder); }
+// Copies one result row into a record, every field in field order; a column
+// without a value gives the field's default.
+void ReadRecord(Tuplist& row, Rec& rec) { provider::ReadAllColumns(row, rec, kColumns); }
 
-// Appends the rows of a query that has run to `out`, skipping those `keep`
-// refuses; reading ends at the first row that cannot be fetched.
+// Runs a GetRecords query and appends its rows to `out`, skipping those
+// `keep` refuses; reading ends at the first row that cannot be fetched.
 template <class Keep>
-void ReadRows(dl_MultiValue& query, std::vector<Rec>& out, Keep keep) {
-    for (int i = 0; i < query.GetRecordCount(); ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
+void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::vector<Rec>& out, Keep keep) {
+    provider::WalkQuery(db, logger, query, kGetRecords, provider::Walk::FirstToLast, [&](Tuplist& row) {
         Rec rec;
         ReadRecord(row, rec);
         if (keep(rec)) out.push_back(rec);
-    }
+    });
 }
 
-void ReadRows(dl_MultiValue& query, std::vector<Rec>& out) {
-    ReadRows(query, out, [](const Rec&) { return true; });
+void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::vector<Rec>& out) {
+    ReadRows(db, logger, query, out, [](const Rec&) { return true; });
 }
 
 // (DEVICEID = deviceId) when given, then "AND" (column = value) for each
-// further non-empty value. The "AND" is written even when no device test
-// precedes it (callers pass a device id with any further value); the
-// statement then fails and the reader returns no rows.
+// further non-empty value, with or without a device test before it
+// (docs/kept-behaviours.md, P12).
 void AddDeviceTests(dl_MultiValue& query, const std::wstring& deviceId,
                     std::initializer_list<std::pair<Field, const std::wstring*>> more) {
     if (!deviceId.empty()) provider::AddEquals(query, Name(COL_DEVICEID), deviceId);
@@ -176,8 +157,7 @@ bool CStatusSubDataProvider::GetRecords(const std::wstring& qentryId, const std:
         provider::AddEquals(query, Name(test.first), *test.second);
         first = false;
     }
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -196,8 +176,7 @@ bool CStatusSubDataProvider::GetRecords(std::vector<StatusSubTableRecord>& out) 
     provider::AddOperator(query, ">=");
     provider::AddToken(query, COND_COLUMN, Name(COL_LASTUPDATE));
     provider::AddToken(query, COND_BRACKET, ")");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -205,8 +184,7 @@ bool CStatusSubDataProvider::GetRecords(bool sendStatus, std::vector<StatusSubTa
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     provider::AddEquals(query, "STATSSUBS.LASTSIGSENDSTATUS", sendStatus ? 1 : 0);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -215,8 +193,7 @@ bool CStatusSubDataProvider::GetRecords(std::wstring deviceId, std::wstring qent
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_QENTRYID, &qentryId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out);
+    ReadRows(m_pDatabase, m_pLogger, query, out);
     return true;
 }
 
@@ -224,12 +201,7 @@ bool CStatusSubDataProvider::GetRecord(StatusSubTableRecord& out, std::wstring d
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_SENDERID, &senderId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    if (query.GetRecordCount() != 1) return false;
-    Tuplist row;
-    if (!provider::FetchRecord(query, 0, row)) return false;
-    ReadRecord(row, out);
-    return true;
+    return provider::ReadOne(m_pDatabase, m_pLogger, query, kGetRecords, [&out](Tuplist& row) { ReadRecord(row, out); });
 }
 
 // Rows of a device's subscriptions, keeping those without job detail when
@@ -240,8 +212,7 @@ bool CStatusSubDataProvider::GetGlobalSubscriptionRecords(std::wstring deviceId,
     dl_MultiValue query;
     provider::Select(query, m_tableType, kAll);
     AddDeviceTests(query, deviceId, {{COL_QENTRYID, &qentryId}, {COL_SENDERID, &senderId}});
-    provider::RunQuery(m_pDatabase, m_pLogger, query, kBeforeGetRecords, kAfterGetRecords);
-    ReadRows(query, out, [withoutJobDetail](const Rec& rec) { return rec.JOBDETAIL.empty() == withoutJobDetail; });
+    ReadRows(m_pDatabase, m_pLogger, query, out, [withoutJobDetail](const Rec& rec) { return rec.JOBDETAIL.empty() == withoutJobDetail; });
     return true;
 }
 
@@ -263,10 +234,11 @@ bool CStatusSubDataProvider::NeedStatusSubscription(const std::wstring& qentryId
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, Name(COL_SENDERID), senderId);
     provider::AddToken(query, COND_BRACKET, ")");
+    // Closed with GetRecords' line (docs/kept-behaviours.md, C3).
     if (m_pDatabase)
         provider::RunQuery(m_pDatabase, m_pLogger, query,
-                           L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription",
-                           kAfterGetRecords);
+                           {L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription",
+                            kAfterGetRecords});
     return query.GetRecordCount() < 1;
 }
 
@@ -303,14 +275,11 @@ bool CStatusSubDataProvider::RemoveRecords(const StatusSubTableRecord& pattern) 
     }
     provider::AddToken(query, COND_BRACKET, ")");
     if (!m_pDatabase) return false;
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CStatusSubDataProvider::RemoveRecords",
-                       L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::RemoveRecords");
-    for (int i = 0; i < query.GetRecordCount(); ++i) {
-        Tuplist row;
-        if (!provider::FetchRecord(query, i, row)) break;
-        DeleteRecord(provider::IntOr(row[Name(COL_ID)], -1));
-    }
+    provider::WalkQuery(m_pDatabase, m_pLogger, query,
+                        {L"Before ExecuteQuery() from CStatusSubDataProvider::RemoveRecords",
+                         L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::RemoveRecords"},
+                        provider::Walk::FirstToLast,
+                        [this](Tuplist& row) { DeleteRecord(provider::IntOr(row[Name(COL_ID)], -1)); });
     return true;
 }
 
@@ -319,9 +288,8 @@ bool CStatusSubDataProvider::GetRecordsCount(int& count) {
     dl_MultiValue query;
     provider::Select(query, TICKET_STATSSUBS, Name(COL_ID));
     if (!m_pDatabase) return false;
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecordsCount",
-                       L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecordsCount");
-    count = query.GetRecordCount();
+    count = provider::RunForCount(m_pDatabase, m_pLogger, query,
+                                  {L"Before ExecuteQuery() from CStatusSubDataProvider::GetRecordsCount",
+                                   L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecordsCount"});
     return true;
 }

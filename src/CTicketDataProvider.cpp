@@ -19,32 +19,12 @@ const size_t kTextChars = 1024;
 
 const TICKET_TYPE_NV kTable = TICKET_JDFTICKET;
 
-// Column indexes into kColumns.
-enum TicketColumn {
-    C_PREVIEWCACHEDFILEPATH,
-    C_PREVIEWREMOTEURL,
-    C_QENTRYID,
-    C_JDF,
-    C_HOLDDEVID,
-    C_JMFRETURL,
-    C_UPLOADURL,
-    C_SENDERID,
-    C_SUBTIME,
-    C_LASTUPDATETIME,
-    C_QSUBSPARAMS,
-    C_STATUSMSG,
-    C_STATUS,
-    C_STATE,
-    C_JOBID,
-    C_JOBPARTID
-};
-
 using provider::BlobColumn;
 using provider::IntColumn;
 using provider::TextColumn;
 using provider::TimeColumn;
 
-const Column<Rec> kColumns[] = {
+constexpr Column<Rec> kColumns[] = {
     TextColumn<Rec>("JDFTICKET.PREVIEWCACHEDFILEPATH", &Rec::previewCachedFilePath),
     TextColumn<Rec>("JDFTICKET.PREVIEWREMOTEURL", &Rec::previewRemoteUrl),
     TextColumn<Rec>("JDFTICKET.QENTRYID", &Rec::qentryId),
@@ -63,25 +43,35 @@ const Column<Rec> kColumns[] = {
     TextColumn<Rec>("JDFTICKET.JOBPARTID", &Rec::jobPartId),
 };
 
+// The index of a column in kColumns, by its name without the table.
+constexpr int Col(const char* column) { return provider::IndexOf(kColumns, column); }
+constexpr int C_JDF = Col("JDF");  // written on its own by AddTicket
+
 // AddTicket: written after the row and its JDF, stopping at the first failure.
-const int kAddOrder[] = {
-    C_HOLDDEVID, C_JMFRETURL,      C_PREVIEWCACHEDFILEPATH, C_PREVIEWREMOTEURL, C_UPLOADURL, C_SENDERID,
-    C_SUBTIME,   C_LASTUPDATETIME, C_QSUBSPARAMS,           C_STATUSMSG,        C_STATUS,    C_STATE,
-    C_JOBID,     C_JOBPARTID};
+constexpr int kAddOrder[] = {Col("HOLDDEVID"),  Col("JMFRETURL"), Col("PREVIEWCACHEDFILEPATH"), Col("PREVIEWREMOTEURL"),
+                             Col("UPLOADURL"),  Col("SENDERID"),  Col("SUBTIME"),               Col("LASTUPDATETIME"),
+                             Col("QSUBSPARAMS"), Col("STATUSMSG"), Col("STATUS"),               Col("STATE"),
+                             Col("JOBID"),      Col("JOBPARTID")};
 
 // UpdateTicketRecord: every set column, the last write's result counts.
-const int kUpdateOrder[] = {C_HOLDDEVID,        C_JDF,      C_JMFRETURL, C_PREVIEWCACHEDFILEPATH,
-                            C_PREVIEWREMOTEURL, C_JOBID,    C_JOBPARTID, C_LASTUPDATETIME,
-                            C_QSUBSPARAMS,      C_SENDERID, C_STATUS,    C_STATE,
-                            C_STATUSMSG,        C_SUBTIME,  C_UPLOADURL};
+constexpr int kUpdateOrder[] = {Col("HOLDDEVID"),        Col("JDF"),         Col("JMFRETURL"), Col("PREVIEWCACHEDFILEPATH"),
+                                Col("PREVIEWREMOTEURL"), Col("JOBID"),       Col("JOBPARTID"), Col("LASTUPDATETIME"),
+                                Col("QSUBSPARAMS"),      Col("SENDERID"),    Col("STATUS"),    Col("STATE"),
+                                Col("STATUSMSG"),        Col("SUBTIME"),     Col("UPLOADURL")};
 
 // GetTicketRecord reads these before and after filling lastUpdateTime from SUBTIME.
-const int kReadOrderHead[] = {C_HOLDDEVID, C_JDF, C_JMFRETURL, C_JOBID, C_JOBPARTID};
-const int kReadOrderTail[] = {
-    C_QSUBSPARAMS,           C_SENDERID,        C_STATUS, C_STATE, C_STATUSMSG, C_SUBTIME, C_UPLOADURL, C_QENTRYID,
-    C_PREVIEWCACHEDFILEPATH, C_PREVIEWREMOTEURL};
+constexpr int kReadOrderHead[] = {Col("HOLDDEVID"), Col("JDF"), Col("JMFRETURL"), Col("JOBID"), Col("JOBPARTID")};
+constexpr int kReadOrderTail[] = {Col("QSUBSPARAMS"), Col("SENDERID"),    Col("STATUS"),
+                                  Col("STATE"),       Col("STATUSMSG"),   Col("SUBTIME"),
+                                  Col("UPLOADURL"),   Col("QENTRYID"),    Col("PREVIEWCACHEDFILEPATH"),
+                                  Col("PREVIEWREMOTEURL")};
 
 const char* const kQentryId = "JDFTICKET.QENTRYID";
+
+// GetTicketRecords traces its query with these lines, and GetRecords too.
+const provider::Trace kGetTicketRecords = {
+    L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
+    L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords"};
 
 }  // namespace
 
@@ -107,21 +97,16 @@ bool CTicketDataProvider::GetTicketRecord(const std::wstring& qentryId, CTicketR
     if (qentryId.empty()) return false;
     NORVA_ASSERT(rec != nullptr, "ticketRecordP != __null");
 
-    dl_MultiValue query;
-    provider::Select(query, kTable, "JDFTICKET.*");
-    provider::AddEquals(query, kQentryId, qentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord");
-    if (query.GetRecordCount() != 1) return false;
-    Tuplist row;
-    if (!provider::FetchRecord(query, 0, row)) return false;
-
-    provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
-    // LASTUPDATETIME is not read: the record's update time is the submission time.
-    rec->lastUpdateTime = provider::TimeOr(row[kColumns[C_SUBTIME].name], TimeStamp(0));
-    provider::ReadColumns(row, *rec, kColumns, kReadOrderTail);
-    return true;
+    return provider::ReadOneByKey(
+        m_pDatabase, m_pLogger, kTable, "JDFTICKET.*", kQentryId, qentryId,
+        {L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord",
+         L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"},
+        [rec](Tuplist& row) {
+            provider::ReadColumns(row, *rec, kColumns, kReadOrderHead);
+            // LASTUPDATETIME is not read: the record's update time is the submission time.
+            rec->lastUpdateTime = provider::TimeOr(row[kColumns[Col("SUBTIME")].name], TimeStamp(0));
+            provider::ReadColumns(row, *rec, kColumns, kReadOrderTail);
+        });
 }
 
 bool CTicketDataProvider::RemoveTicket(const std::wstring& qentryId) {
@@ -132,8 +117,7 @@ bool CTicketDataProvider::RemoveTicket(const std::wstring& qentryId) {
 bool CTicketDataProvider::UpdateTicketRecord(const std::wstring& qentryId, const TicketTableRecord& rec) {
     if (qentryId.empty()) return false;
     std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kUpdateOrder, provider::WriteMode::Every);
-    // Written one by one, blob columns get the address of a _BLOB record, not
-    // its text (kept so; the JDF text itself is replaced through UpdateJDF).
+    // Blob columns go as _BLOB records (docs/kept-behaviours.md, P2).
     for (dl_ColumnValue& column : columns) column.blobRecord = column.type == PARAM_BLOB;
     return m_pDatabase->WriteRow(kTable, qentryId.c_str(), PARAM_WSTRING, columns.data(), columns.size(), false);
 }
@@ -196,57 +180,52 @@ bool CTicketDataProvider::GetQentryID(const std::wstring& jobId, const std::wstr
     provider::AddEquals(query, "JDFTICKET.JOBID", jobId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CTicketDataProvider::GetQentryID",
-                       L"Returned from ExecuteQuery() inside CTicketDataProvider::GetQentryID");
-    if (query.GetRecordCount() != 1) return false;
-    Tuplist row;
-    provider::FetchRecord(query, 0, row);
-    qentryId = provider::TextOr(row[kQentryId], std::wstring());
-    jobPartId = provider::TextOr(row["JDFTICKET.JOBPARTID"], std::wstring());
-    return true;
+    return provider::ReadOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CTicketDataProvider::GetQentryID",
+                              L"Returned from ExecuteQuery() inside CTicketDataProvider::GetQentryID"},
+                             [&](Tuplist& row) {
+                                 qentryId = provider::TextOr(row[kQentryId], std::wstring());
+                                 jobPartId = provider::TextOr(row["JDFTICKET.JOBPARTID"], std::wstring());
+                             });
 }
 
-// The keys of all records of `query`, last record first. A record without a
-// key is not tested for (the key column is never empty in a result).
-static std::list<std::wstring> KeysLastFirst(dl_MultiValue& query) {
+// Runs `query` and answers the keys of all its records, last record first. A
+// record without a key is not tested for (the key column is never empty in a
+// result).
+static std::list<std::wstring> KeysLastFirst(dl_MainInterface* db, Logger* logger, dl_MultiValue& query,
+                                             const provider::Trace& trace) {
     std::list<std::wstring> keys;
-    for (int index = query.GetRecordCount() - 1; index >= 0; --index) {
-        Tuplist row;
-        provider::FetchRecord(query, index, row);
-        keys.push_back(provider::TextAsIs(row[kQentryId]));
-    }
+    provider::WalkQuery(db, logger, query, trace, provider::Walk::LastToFirst,
+                        [&keys](Tuplist& row) { keys.push_back(provider::TextAsIs(row[kQentryId])); });
     return keys;
 }
 
-// Appends the non-empty keys of `query`, last record first; false when a
-// record could not be fetched (the keys appended so far stay).
-static bool AppendKeysLastFirst(dl_MultiValue& query, std::list<std::wstring>& keys) {
-    Tuplist row;
-    for (int index = query.GetRecordCount() - 1; index >= 0; --index) {
-        if (!provider::FetchRecord(query, index, row)) return false;
+// Runs `query` and appends the non-empty keys of its records, last record
+// first; false when a record could not be fetched (the keys appended so far
+// stay).
+static bool AppendKeysLastFirst(dl_MainInterface* db, Logger* logger, dl_MultiValue& query,
+                                const provider::Trace& trace, std::list<std::wstring>& keys) {
+    return provider::WalkQuery(db, logger, query, trace, provider::Walk::LastToFirst, [&keys](Tuplist& row) {
         std::wstring key = provider::TextOr(row[kQentryId], std::wstring());
         if (!key.empty()) keys.push_back(key);
-    }
-    return true;
+    });
 }
 
 std::list<std::wstring> CTicketDataProvider::GetAllQueueEntryIds(std::wstring holdDevId) {
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
     provider::AddEquals(query, "JDFTICKET.HOLDDEVID", holdDevId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIds",
-                       L"Returned from ExecuteQuery() inside CTicketDataProvider::GetAllQueueEntryIds");
-    return KeysLastFirst(query);
+    return KeysLastFirst(m_pDatabase, m_pLogger, query,
+                         {L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIds",
+                          L"Returned from ExecuteQuery() inside CTicketDataProvider::GetAllQueueEntryIds"});
 }
 
 std::list<std::wstring> CTicketDataProvider::GetAllQueueEntryIDs() {
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIDs",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetAllQueueEntryIDs");
-    return KeysLastFirst(query);
+    return KeysLastFirst(m_pDatabase, m_pLogger, query,
+                         {L"Before ExecuteQuery() from CTicketDataProvider::GetAllQueueEntryIDs",
+                          L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetAllQueueEntryIDs"});
 }
 
 std::list<std::wstring> CTicketDataProvider::GetTicketRecords(std::wstring holdDevId, int state) {
@@ -255,11 +234,8 @@ std::list<std::wstring> CTicketDataProvider::GetTicketRecords(std::wstring holdD
     provider::AddEquals(query, "JDFTICKET.HOLDDEVID", holdDevId);
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.STATE", state);
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords");
     std::list<std::wstring> keys;
-    AppendKeysLastFirst(query, keys);
+    AppendKeysLastFirst(m_pDatabase, m_pLogger, query, kGetTicketRecords, keys);
     return keys;
 }
 
@@ -300,23 +276,18 @@ bool CTicketDataProvider::IsJobPresent(const std::wstring& jobId, const std::wst
     provider::AddOperator(query, "AND");
     provider::AddEquals(query, "JDFTICKET.SENDERID", senderId);
     provider::AddToken(query, COND_BRACKET, ")");
-    provider::RunQuery(m_pDatabase, m_pLogger, query, L"Before ExecuteQuery() from CTicketDataProvider::IsJobPresent",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::IsJobPresent");
-    Tuplist row;
-    if (query.GetRecordCount() != 1 || !provider::FetchRecord(query, 0, row)) return false;
-    qentryId = provider::TextOr(row[kQentryId], std::wstring());
-    return true;
+    return provider::ReadOne(m_pDatabase, m_pLogger, query,
+                             {L"Before ExecuteQuery() from CTicketDataProvider::IsJobPresent",
+                              L"Returned from ExecuteQuery() Inside CTicketDataProvider::IsJobPresent"},
+                             [&qentryId](Tuplist& row) { qentryId = provider::TextOr(row[kQentryId], std::wstring()); });
 }
 
 bool CTicketDataProvider::GetRecords(std::list<std::wstring>& qentryIds, int sendStatus) {
     dl_MultiValue query;
     provider::Select(query, kTable, kQentryId);
     provider::AddEquals(query, "JDFTICKET.JDFSENDSTATUS", sendStatus);
-    // The log lines are those of GetTicketRecords, as they have always been.
-    provider::RunQuery(m_pDatabase, m_pLogger, query,
-                       L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecords",
-                       L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecords");
-    return AppendKeysLastFirst(query, qentryIds);
+    // Traced with GetTicketRecords' lines (docs/kept-behaviours.md, C3).
+    return AppendKeysLastFirst(m_pDatabase, m_pLogger, query, kGetTicketRecords, qentryIds);
 }
 
 bool CTicketDataProvider::Update_JDFSendStatus(std::wstring& qentryId, int sendStatus) {

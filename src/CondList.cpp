@@ -2,7 +2,7 @@
 
 CondList::CondList() : m_cursor(m_conditions.end()) {}
 
-// Copies carry no conditions, deliberately.
+// Copies carry no conditions (docs/kept-behaviours.md, Q2).
 CondList::CondList(CondList&) : m_cursor(m_conditions.end()) {}
 
 CondList& CondList::operator=(CondList&) { return *this; }

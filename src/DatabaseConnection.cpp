@@ -45,7 +45,7 @@ CDatabaseConnection* CDatabaseConnection::GetInstance(const std::string& hostNam
 }
 
 bool CDatabaseConnection::InitConnection() {
-    // A connection object held before is dropped as it stands.
+    // A connection object held before is dropped, not closed (docs/kept-behaviours.md, C1).
     m_pDriver = nullptr;
     m_pConnection = nullptr;
     const std::string schema = "jdfdb";
@@ -128,11 +128,8 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
 }
 
 bool CDatabaseConnection::ReEstablishConnection() {
-    // Both tests below are kept as they stand: a connection object that
-    // exists is neither closed nor freed, and a new connection made by
-    // InitConnection counts as "not re-established", so the statement of
-    // the call that noticed the drop is not run; the next call uses the new
-    // connection. With no connection object at all the result is false.
+    // Both tests below are kept as they stand (docs/kept-behaviours.md, C1). With no
+    // connection object at all the result is false.
     bool result = false;
     MutexLock lock(m_mutex);
     try {

@@ -75,4 +75,13 @@ std::wstring TextAsIs(const TupElement* element) {
     return static_cast<const wchar_t*>(element->value);
 }
 
+void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace) {
+    RunQuery(db, logger, query, trace.before, trace.after);
+}
+
+int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace) {
+    RunQuery(db, logger, query, trace);
+    return query.GetRecordCount();
+}
+
 }  // namespace provider

@@ -1,69 +1,31 @@
-// The one connection when the server is away: down at start-up, then killed
-// under a live connection. Runs in order; each call must return (a hang
-// would be a lock left held).
+// The one connection when the server is killed under a live connection
+// (down at start-up: connection_startup_test.cpp). Each call must return (a
+// hang would be a lock left held).
 #include <gtest/gtest.h>
 
 #include "CMysqlDatabaseInterface.h"
-#include "DatabaseConnection.h"
 #include "TestSupport.h"
 
 using testing_support::LogCapture;
+using testing_support::ReadStatusOfC1;
 
 namespace {
 
-bool ReadStatus(int& status) {
-    return CMysqlDatabaseInterface::GetInstance()->GetParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,
-                                                                "JDFTICKET.STATUS", &status, PARAM_INT);
-}
-
-TEST(Connection, ServerDownAtStartUpThenStarted) {
-    testing_support::KillServer();
-    LogCapture log;
-    CMysqlDatabaseInterface* store = CMysqlDatabaseInterface::GetInstance();  // completes without a server
-    ASSERT_NE(nullptr, store);
-    EXPECT_TRUE(log.Contains(L"SQLException in ../../src/DatabaseConnection"));
-    EXPECT_TRUE(log.Contains(L"MySQL error code: 2002"));
-    EXPECT_TRUE(log.Contains(L"Creation a singleton object for dl_DatabaseInterface has been done"));
-    EXPECT_FALSE(CDatabaseConnection::m_hInstance->InitConnection());
-    // Later arguments are ignored: the first instance stays.
-    EXPECT_EQ(CDatabaseConnection::m_hInstance, CDatabaseConnection::GetInstance("elsewhere", "u", "p"));
-
-    int status = -1;
-    log.Clear();
-    EXPECT_FALSE(ReadStatus(status));
-    EXPECT_TRUE(log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available."));
-    EXPECT_TRUE(
-        log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
-    EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::GetParameter() : Failed Execution"));
-
-    testing_support::StartServer();
+TEST(Connection, ServerKilledUnderALiveConnection) {
     testing_support::RawDb db;
     db.Reset({"JDFTICKET"});
     db.Exec("INSERT INTO JDFTICKET (QENTRYID, STATUS) VALUES ('C1', 4)");
-    // The call that reconnects loses its statement; the next one runs.
-    log.Clear();
-    EXPECT_FALSE(ReadStatus(status));
-    EXPECT_TRUE(
-        log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
-    EXPECT_TRUE(ReadStatus(status));
-    EXPECT_EQ(4, status);
-    // The pool operations exist and do nothing.
-    EXPECT_EQ(nullptr, CDatabaseConnection::m_hInstance->GetDBConnecion());
-    EXPECT_FALSE(CDatabaseConnection::m_hInstance->ReInitConnectionPool());
-}
-
-TEST(Connection, ServerKilledUnderALiveConnection) {
     int status = -1;
-    ASSERT_TRUE(ReadStatus(status));
+    ASSERT_TRUE(ReadStatusOfC1(status));
     testing_support::KillServer();
     LogCapture log;
-    EXPECT_FALSE(ReadStatus(status));  // the statement fails and is logged
+    EXPECT_FALSE(ReadStatusOfC1(status));  // the statement fails and is logged
     EXPECT_TRUE(log.Contains(L"SQLException:"));
-    EXPECT_FALSE(ReadStatus(status));  // and again: no lock was left held
+    EXPECT_FALSE(ReadStatusOfC1(status));  // and again: no lock was left held
     testing_support::StartServer();
     // The driver reconnects by itself on the next statement.
     status = -1;
-    EXPECT_TRUE(ReadStatus(status));
+    EXPECT_TRUE(ReadStatusOfC1(status));
     EXPECT_EQ(4, status);
     int changed = 6;
     EXPECT_TRUE(CMysqlDatabaseInterface::GetInstance()->AddParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,

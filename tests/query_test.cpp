@@ -210,4 +210,19 @@ TEST_F(QueryTest, RowsBecomeTypedElements) {
     delete copy;
 }
 
+// A copy carries neither the tables nor the conditions of its source, so its
+// statement has no table text and the server refuses it.
+TEST_F(QueryTest, ACopiedQueryLosesItsTableAndConditions) {
+    dl_MultiValue source;
+    source.InsertKeys(1, "CONTENT.CONTENTID");
+    source.InsertTickettype(1, TICKET_CONTENT);
+    Where(source, "CONTENT.QENTRYID", L"Q1");
+    dl_MultiValue copy(source);
+    LogCapture log;
+    store->ExecuteQuery(&copy);
+    EXPECT_TRUE(log.Contains(ByProfile(L"SELECT CONTENT.CONTENTID FRO", L"SELECT `CONTENT`.`CONTENTID` FRO")));
+    EXPECT_TRUE(log.Contains(L"CMysqlDatabaseInterface::ExecuteQuery : Failed to execute Query."));
+    EXPECT_EQ(0, copy.GetRecordCount());
+}
+
 }  // namespace

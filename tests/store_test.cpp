@@ -226,4 +226,16 @@ TEST_F(StoreTest, BadInputOnlyFailsItsOwnStatement) {
     EXPECT_EQ(9, read);
 }
 
+// The exception line's format says %s while its argument is wide, so only the
+// signature's first character shows.
+TEST_F(StoreTest, ExceptionLineShowsOneCharacterOfTheSignature) {
+    // The safe profile quotes the column text whole: no exception to provoke.
+    if (testing_support::Safe()) GTEST_SKIP() << "the column text reaches the server quoted";
+    AddRow(L"Q1");
+    LogCapture log;
+    int read = -1;
+    store->GetParameter(TICKET_JDFTICKET, L"Q1", PARAM_WSTRING, "JDFTICKET.STATUS AS S", &read, PARAM_INT);
+    EXPECT_TRUE(log.Contains(L"*****Exception at b*****"));
+}
+
 }  // namespace

@@ -143,3 +143,21 @@ TEST_F(TicketProviderTest, GuardsSearchesAndRemove) {
         EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() " + std::wstring(word) + L" CTicketDataProvider::" + op)) << op;
     }
 }
+
+// UpdateTicketRecord hands the store the address of a _BLOB record for the
+// blob columns, so what lands in JDF is the record's own bytes (at most two
+// characters), never the text; UpdateJDF is the way to replace it. The safe
+// profile writes the text.
+TEST_F(TicketProviderTest, UpdateWritesTheBlobRecordNotItsText) {
+    db.Exec("INSERT INTO JDFTICKET (QENTRYID, JDF) VALUES ('T1', '<old/>')");
+    TicketTableRecord rec;
+    rec.jdf = L"<new/>";
+    EXPECT_TRUE(provider.UpdateTicketRecord(L"T1", rec));
+    if (testing_support::Safe()) {
+        EXPECT_EQ("<new/>", db.Scalar("SELECT JDF FROM JDFTICKET WHERE QENTRYID='T1'"));
+        return;
+    }
+    EXPECT_NE("<new/>", db.Scalar("SELECT JDF FROM JDFTICKET WHERE QENTRYID='T1'"));
+    EXPECT_NE("<old/>", db.Scalar("SELECT JDF FROM JDFTICKET WHERE QENTRYID='T1'"));
+    EXPECT_GE(2, std::stoi(db.Scalar("SELECT CHAR_LENGTH(JDF) FROM JDFTICKET WHERE QENTRYID='T1'")));
+}

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "TimeStamp.h"
@@ -206,6 +207,102 @@ void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = R
 template <class R, size_t N, size_t M>
 void ReadColumns(Tuplist& row, R& rec, const Column<R> (&table)[N], const int (&order)[M]) {
     for (int index : order) ReadColumn(row, rec, table[index]);
+}
+
+// --- walking a query's result ---------------------------------------------
+
+// The two lines a query runs between: "Before ExecuteQuery() from ..." and
+// "Returned from ExecuteQuery() ...".
+struct Trace {
+    const wchar_t* before;
+    const wchar_t* after;
+};
+
+void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
+
+// Runs the query and answers how many records it gave.
+int RunForCount(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace);
+
+enum class Walk { FirstToLast, LastToFirst };
+
+// Runs the query and, when exactly one record comes back, hands it to
+// `read` and answers true.
+template <class Read>
+bool ReadOne(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Read read) {
+    RunQuery(db, logger, query, trace);
+    Tuplist row;
+    if (query.GetRecordCount() != 1 || !FetchRecord(query, 0, row)) return false;
+    read(row);
+    return true;
+}
+
+// Runs the query and hands each record, in `walk` order and in a fresh row,
+// to `each`. `each` returns nothing, or a bool that is false to end the walk
+// there. False when a record could not be fetched (the walk ends there).
+template <class Each>
+bool WalkQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Walk walk,
+               Each each) {
+    RunQuery(db, logger, query, trace);
+    const int count = query.GetRecordCount();
+    for (int n = 0; n < count; ++n) {
+        Tuplist row;
+        if (!FetchRecord(query, walk == Walk::FirstToLast ? n : count - 1 - n, row)) return false;
+        if constexpr (std::is_same_v<decltype(each(row)), bool>) {
+            if (!each(row)) break;
+        } else {
+            each(row);
+        }
+    }
+    return true;
+}
+
+// Selects every column (`all`, "TABLE.*") of the rows of `table` whose
+// `column` equals `key`; when exactly one row comes back, hands it to
+// `read` and answers true.
+template <class Key, class Read>
+bool ReadOneByKey(dl_MainInterface* db, Logger* logger, TICKET_TYPE_NV table, const char* all, const char* column,
+                  const Key& key, const Trace& trace, Read read) {
+    dl_MultiValue query;
+    Select(query, table, all);
+    AddEquals(query, column, key);
+    return ReadOne(db, logger, query, trace, read);
+}
+
+// Runs the query and appends each record, its columns read in `order`, to `out`.
+template <class R, size_t N, size_t M>
+void AppendRecords(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const Trace& trace, Walk walk,
+                   const Column<R> (&table)[N], const int (&order)[M], std::vector<R>& out) {
+    WalkQuery(db, logger, query, trace, walk, [&](Tuplist& row) {
+        R rec;
+        ReadColumns(row, rec, table, order);
+        out.push_back(rec);
+    });
+}
+
+// Reads every column of `table`, in table order, with the default rule.
+template <class R, size_t N>
+void ReadAllColumns(Tuplist& row, R& rec, const Column<R> (&table)[N]) {
+    for (const Column<R>& column : table) ReadColumn(row, rec, column);
+}
+
+// --- column orders by name ------------------------------------------------
+
+// True when `name` ("TABLE.COLUMN") names `column` (given without its table).
+constexpr bool NamesColumn(const char* name, const char* column) {
+    while (*name != 0 && *name != '.') ++name;
+    if (*name == '.') ++name;
+    while (*name != 0 && *name == *column) ++name, ++column;
+    return *name == 0 && *column == 0;
+}
+
+// The index in `table` of `column` (given without its table), so that an
+// operation's column order is written as names. Used in a constant
+// expression, a name the table lacks does not compile.
+template <class R, size_t N>
+constexpr int IndexOf(const Column<R> (&table)[N], const char* column) {
+    for (size_t i = 0; i < N; ++i)
+        if (NamesColumn(table[i].name, column)) return static_cast<int>(i);
+    throw "no such column in the table";
 }
 
 }  // namespace provider

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "CMysqlDatabaseInterface.h"
 #include "StringUtils.h"
 
 namespace testing_support {
@@ -117,6 +118,11 @@ static void RunScript(const std::string& script) {
 }
 
 void KillServer() { RunScript("db-kill.sh"); }
+
+bool ReadStatusOfC1(int& status) {
+    return CMysqlDatabaseInterface::GetInstance()->GetParameter(TICKET_JDFTICKET, L"C1", PARAM_WSTRING,
+                                                                "JDFTICKET.STATUS", &status, PARAM_INT);
+}
 void StartServer() { RunScript("db-start.sh"); }
 
 Watchdog::Watchdog(int seconds)

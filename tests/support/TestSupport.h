@@ -74,6 +74,10 @@ private:
 void KillServer();
 void StartServer();
 
+// Reads JDFTICKET.STATUS of row C1 through the library's store (the
+// connection tests' probe); false when the store reported a failure.
+bool ReadStatusOfC1(int& status);
+
 // Aborts the process if it is still alive after the given time: a test whose
 // call hangs (a lock left held) fails instead of hanging the suite.
 class Watchdog {
