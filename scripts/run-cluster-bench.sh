@@ -7,19 +7,14 @@
 #   scripts/run-cluster-bench.sh [BENCHMARK-OPTION...]   # e.g. --benchmark_filter=safe
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/bench"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
-bash scripts/install-deps.sh
-{
-    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
-        -DNORVA_BUILD_EXAMPLES=OFF -DNORVA_SANITIZE=OFF
-    cmake --build "$build" -j2 --target norva_jobs_bench
-} >"$build/build.log" 2>&1 || { cat "$build/build.log" >&2; exit 1; }
+mkdir -p "$root/build/bench"
+norva_build bench -DCMAKE_BUILD_TYPE=Release -DNORVA_BUILD_BENCH=ON -DNORVA_BUILD_TESTS=OFF \
+    -DNORVA_BUILD_EXAMPLES=OFF -DNORVA_SANITIZE=OFF --target norva_jobs_bench >"$root/build/bench/build.log" 2>&1 ||
+    { cat "$root/build/bench/build.log" >&2; exit 1; }
 
-# shellcheck source-path=SCRIPTDIR source=private-db.sh
-. "$root/scripts/private-db.sh"
 private_db_start /tmp >/dev/null
 cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
 work=$(mktemp -d /tmp/norvabench.XXXXXX)

@@ -10,15 +10,10 @@
 # Exits with the status of the test program.
 set -euo pipefail
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
-cd "$root"
-build="$root/build/plain"
+# shellcheck source-path=SCRIPTDIR source=run-common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
-bash scripts/install-deps.sh
-bash scripts/install-deps.sh galera-4 rsync
-
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON >/dev/null
-cmake --build "$build" -j2 --target cluster_test
+norva_build plain -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON --target cluster_test >/dev/null
 
 cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
 # shellcheck disable=SC2317  # called from the EXIT trap
