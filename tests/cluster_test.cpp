@@ -11,6 +11,7 @@
 // writers work: its writer moves on to another node, at most its call in
 // flight fails (and returns false), and the node comes back with every row.
 #include <ConfigurationControl.h>
+#include <Logger.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -86,6 +87,13 @@ std::string ResultFile(int writer) { return "writer-" + std::to_string(writer) +
     ITicketDataProvider* tickets = CDataAccessProvider::GetInstance()->GetTicketDataProvider();
     IStatusSubDataProvider* subs = CDataAccessProvider::GetInstance()->GetStatusSubDataProvider();
     std::ofstream out(ResultFile(writer), std::ios::trunc);
+    // The trace's last lines, printed when a call fails, say what the server answered.
+    std::vector<std::wstring> recent;
+    Logger::Initialise()->SetLevel(5);
+    Logger::Initialise()->SetSink([&recent](LOG_CONST, const std::wstring& line) {
+        if (recent.size() == 12) recent.erase(recent.begin());
+        recent.push_back(line);
+    });
     for (int n = 0; n < jobs; ++n) {
         Job job;
         job.tag = "w" + std::to_string(writer) + "-" + std::to_string(n);
@@ -105,6 +113,10 @@ std::string ResultFile(int writer) { return "writer-" + std::to_string(writer) +
             job.subId = s.ID;
         }
         job.endMs = NowMs();
+        if (!job.AllOk()) {
+            std::fprintf(stderr, "writer %d: %s failed; the trace ended with:\n", writer, job.tag.c_str());
+            for (const std::wstring& line : recent) std::fprintf(stderr, "  %ls\n", line.c_str());
+        }
         out << job.endMs << ' ' << job.tag << ' ' << (job.ticketId.empty() ? "-" : job.ticketId) << ' '
             << job.ticketOk << job.status1Ok << job.status2Ok << job.subOk << ' ' << job.subId << '\n'
             << std::flush;
