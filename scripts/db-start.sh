@@ -2,8 +2,12 @@
 # Starts (or restarts) a private MariaDB server whose whole state lives in DIR,
 # loads sql/jdfdb.sql into it and writes DIR/env.
 #
-#   scripts/db-start.sh DIR
+#   scripts/db-start.sh DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]
 #
+# --run-as USER: as root, run the server as USER (it then owns DIR);
+# --no-schema: do not load the schema (a cluster node that receives it from
+# the others); --wait: how long the server may take to answer (30 s);
+# options after -- go to mariadbd as they are.
 # The first run creates DIR/data and picks a free TCP port on 127.0.0.1;
 # later runs reuse both, so a server stopped or killed comes back with the
 # same port and data. If the server is already running, only prints how to
@@ -14,12 +18,28 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source-path=SCRIPTDIR source=db-common.sh
 . "$here/db-common.sh"
 
-[[ $# -eq 1 && -n $1 ]] || { echo "usage: $0 DIR" >&2; exit 2; }
+usage="usage: $0 DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]"
+[[ $# -ge 1 && -n $1 ]] || { echo "$usage" >&2; exit 2; }
+target=$1
+shift
+run_as=root
+load_schema=true
+wait_seconds=30
+extra_opts=()
+while (($#)); do
+    case $1 in
+        --run-as) [[ $# -ge 2 ]] || { echo "$usage" >&2; exit 2; }; run_as=$2; shift 2 ;;
+        --no-schema) load_schema=false; shift ;;
+        --wait) [[ ${2:-} =~ ^[0-9]+$ ]] || { echo "$usage" >&2; exit 2; }; wait_seconds=$2; shift 2 ;;
+        --) shift; extra_opts=("$@"); break ;;
+        *) echo "$usage" >&2; exit 2 ;;
+    esac
+done
 schema="$here/../sql/jdfdb.sql"
 [[ -r $schema ]] || db_die "schema file not found: $schema"
 
-mkdir -p "$1"
-dir=$(db_abs_dir "$1")
+mkdir -p "$target"
+dir=$(db_abs_dir "$target")
 sock="$dir/mysqld.sock"
 
 # sun_path holds 108 bytes including the terminating NUL.
@@ -34,12 +54,14 @@ if ! command -v mariadbd >/dev/null || ! command -v mariadb-install-db >/dev/nul
     bash "$here/install-deps.sh" mariadb-server mariadb-client
 fi
 
-# As root the server must be told to run as root; otherwise it runs as the
+# As root the server must be told which user to run as (root unless asked
+# otherwise; that user must be able to write DIR); otherwise it runs as the
 # calling user, and the admin account over the socket is that user's
 # (unix_socket authentication matches the login name).
 if ((EUID == 0)); then
     dba=root
-    user_opt=(--user=root)
+    user_opt=(--user="$run_as")
+    [[ $run_as == root ]] || chown -R "$run_as:" "$dir"
 else
     dba=$(id -un) || db_die "the current uid has no user name"
     user_opt=()
@@ -70,9 +92,10 @@ show_logs() {
     done
 }
 
-# Waits until the server answers on the socket; fails if PID dies or after 30 s.
+# Waits until the server answers on the socket; fails if PID dies or after
+# wait_seconds.
 wait_ready() {
-    local pid=$1 deadline=$((SECONDS + 30))
+    local pid=$1 deadline=$((SECONDS + wait_seconds))
     until "${admin[@]}" ping >/dev/null 2>&1; do
         if ! db_pid_alive "$pid"; then
             echo "$(basename "$0"): the server in $dir exited during start-up" >&2
@@ -80,7 +103,7 @@ wait_ready() {
             return 1
         fi
         if ((SECONDS >= deadline)); then
-            echo "$(basename "$0"): the server in $dir did not answer within 30 s; killing it" >&2
+            echo "$(basename "$0"): the server in $dir did not answer within $wait_seconds s; killing it" >&2
             kill -KILL "$pid" 2>/dev/null || true
             show_logs
             return 1
@@ -144,7 +167,7 @@ setsid mariadbd --no-defaults "${user_opt[@]}" \
     --datadir="$dir/data" --socket="$sock" --port="$port" --bind-address=127.0.0.1 \
     --pid-file="$dir/mysqld.pid" --log-error="$dir/mysqld.err" --skip-name-resolve \
     --innodb-buffer-pool-size=64M --innodb-flush-log-at-trx-commit=2 --character-set-server=utf8mb4 \
-    --collation-server=utf8mb4_general_ci --max-allowed-packet=64M \
+    --collation-server=utf8mb4_general_ci --max-allowed-packet=64M "${extra_opts[@]}" \
     </dev/null >>"$dir/mysqld.out" 2>&1 &
 pid=$!
 echo "$pid" >"$dir/mysqld.bgpid"
@@ -161,7 +184,7 @@ if [[ -s $dir/mysqld.pid ]]; then
 fi
 
 # The schema file is idempotent, so it is loaded on every start.
-if ! "${client[@]}" <"$schema"; then
+if $load_schema && ! "${client[@]}" <"$schema"; then
     db_die "loading $schema failed (the server keeps running; stop it with $here/db-stop.sh $dir)"
 fi
 

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages needed to build, test and run the library,
 # skipping what is already there (no network access when nothing is missing).
+# Packages are installed without their recommendations, so everything used
+# is listed (the cluster's state transfer needs galera-4, rsync and ss from
+# iproute2, which mariadb-server happens to pull in today).
 #
 #   scripts/install-deps.sh            # everything
 #   scripts/install-deps.sh PKG...     # only these packages
@@ -11,7 +14,7 @@ if (($# > 0)); then
 else
     wanted=(build-essential cmake pkg-config libmysqlcppconn-dev libxerces-c-dev
         libwxgtk3.2-dev mariadb-server mariadb-client libgtest-dev googletest
-        libbenchmark-dev clang libclang-rt-14-dev doxygen dpkg-dev file jq)
+        libbenchmark-dev clang libclang-rt-14-dev doxygen dpkg-dev file jq galera-4 rsync iproute2)
 fi
 
 missing=()

@@ -9,6 +9,10 @@
 #include <cppconn/resultset_metadata.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
+#include <random>
+#include <thread>
 #include <cctype>
 #include <climits>
 #include <cstdio>
@@ -150,6 +154,17 @@ mutex* IdLock(CDatabaseConnection* connection, mutex& storeLock, TICKET_TYPE_NV 
 // Set while this thread runs BeginTurn's transaction: a statement refused as
 // a deadlock is then not run again on its own (the transaction is gone).
 thread_local bool t_inTurn = false;
+
+// Before the n-th rerun of a statement refused as a conflict: a random pause
+// of up to 2^n ms (at most 64 ms), so that writers colliding on one row (a
+// cluster's MAXID) do not collide again in step.
+void ConflictPause(int n) {
+    thread_local std::minstd_rand random(static_cast<unsigned>(
+        std::hash<std::thread::id>()(std::this_thread::get_id()) ^
+        static_cast<size_t>(std::chrono::steady_clock::now().time_since_epoch().count())));
+    const int limit = 1000 << std::min(n, 6);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % limit));
+}
 
 void LogException(Logger* logger, const wchar_t* signature, bool unknown) {
     // %s with a wide signature: one character shows (docs/kept-behaviours.md, S9).
@@ -367,6 +382,7 @@ CDatabaseConnection::Outcome CMysqlDatabaseInterface::Exec(std::string& text) {
     // Inside a transaction the whole transaction is gone: its owner starts it again.
     for (int retry = 0; outcome.error == 1213 && !t_inTurn && retry < m_pProfile->conflictRetries; ++retry) {
         m_pLogger->log(kLevel, L"CMysqlDatabaseInterface : conflict (error 1213), running the statement again");
+        ConflictPause(retry);
         outcome = m_pDBConnection->Execute(text);
     }
     return outcome;

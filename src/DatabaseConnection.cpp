@@ -15,6 +15,7 @@
 #include <map>
 #include <mutex>
 
+#include "private/HostList.h"
 #include "private/MutexLock.h"
 
 namespace {
@@ -128,6 +129,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pDriver(nullptr),
       m_bConnected(false),
       m_pLogger(Logger::Initialise()),
+      m_pHosts(new HostList(hostName)),
       m_pPool(new Pool(std::max(1, ConfigurationControl::GetConnections()))) {
     InitConnection();
 }
@@ -155,10 +157,11 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     m_pDriver = nullptr;
     slot.connection = nullptr;
     const std::string schema = "jdfdb";
-    try {
+    // One try per host of DBIPAddr until one answers (a single host: one try).
+    for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
         sql::ConnectOptionsMap options;
-        options["hostName"] = sql::SQLString(m_hostName);
+        options["hostName"] = sql::SQLString(m_pHosts->Attempt(attempt));
         options["userName"] = sql::SQLString(m_userName);
         options["password"] = sql::SQLString(m_password);
         options["OPT_RECONNECT"] = true;
@@ -169,6 +172,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
         options["CLIENT_FOUND_ROWS"] = true;
         slot.connection = m_pDriver->connect(options);
         m_bConnected = true;
+        m_pHosts->Answered(attempt);
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
@@ -227,6 +231,8 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
             m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
         }
         delete statement;  // the result set stays valid for the caller
+        // Several hosts: a lost server moves this connection on to the next now.
+        if (error != 0 && m_pHosts->Lost(error)) Connect(slot);
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return {result, error, matched};

@@ -21,7 +21,7 @@ struct StoreProfile {
                             // the server refuses)
     bool oneStatementRows;  // the columns of one row write go out in one statement
     bool sharedIds;         // identifiers reserved in the database: unique across processes
-    int conflictRetries;    // how often a statement refused as a deadlock (1213) runs again
+    int conflictRetries;    // how often a statement refused as a deadlock (1213) runs again, after a random pause
 };
 
 const StoreProfile kExactProfile = {"exact", false, false, false, false, false, false, false, false, 0};

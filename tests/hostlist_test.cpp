@@ -1,0 +1,49 @@
+// Several hosts in DBIPAddr, against the private server: a connect passes
+// over hosts that do not answer, in list order, and logs each refusal as a
+// single host's refusal is logged. (Moving on when a live server is lost is
+// proven on a real cluster by cluster_test.)
+#include <cppconn/resultset.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "DatabaseConnection.h"
+#include "TestSupport.h"
+
+namespace {
+
+const char* const kRefused = "tcp://127.0.0.1:1";  // nothing listens on port 1
+
+// Connections, like the library's own, are never freed: they stay reachable here.
+CDatabaseConnection* Connect(const std::string& hosts) {
+    static std::vector<CDatabaseConnection*> kept;
+    kept.push_back(new CDatabaseConnection(hosts, "lumbo27", "lumbo27"));
+    return kept.back();
+}
+
+TEST(HostList, HostsThatDoNotAnswerArePassedOverInOrder) {
+    testing_support::LogCapture log;
+    CDatabaseConnection& connection =
+        *Connect(std::string(kRefused) + " , " + kRefused + ",," + testing_support::DbHost());
+    EXPECT_EQ(2u, log.Count(L"MySQL error code: 2002"));  // both refusals, then the server
+    std::string query = "SELECT 7";
+    const CDatabaseConnection::Outcome outcome = connection.Execute(query);
+    std::unique_ptr<sql::ResultSet> rows(outcome.rows);
+    ASSERT_TRUE(rows && rows->next());
+    EXPECT_EQ(0, outcome.error);
+    EXPECT_EQ(7, rows->getInt(1));
+}
+
+TEST(HostList, NoHostAnswers) {
+    testing_support::LogCapture log;
+    CDatabaseConnection& connection = *Connect(std::string(kRefused) + "," + kRefused);
+    EXPECT_EQ(2u, log.Count(L"SQLException in ../../src/DatabaseConnection"));
+    std::string query = "SELECT 7";
+    const CDatabaseConnection::Outcome outcome = connection.Execute(query);
+    EXPECT_TRUE(outcome.rows == nullptr && outcome.error == -1);
+    EXPECT_TRUE(
+        log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
+}
+
+}  // namespace
