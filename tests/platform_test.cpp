@@ -5,6 +5,9 @@
 #include <StringUtils.h>
 #include <ZTTickets.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -117,6 +120,22 @@ TEST_F(PlatformTest, LoggerThresholdAndDefaultDestination) {
     logger_->log(LOG_LEVEL_6, L"%s", reinterpret_cast<const char*>(16));  // would fault if formatted
     logger_->log(LOG_LEVEL_5, L"%ls", L"\U0001F600");
     EXPECT_EQ(ReadAll(File("norva.log")), "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\n");
+}
+
+// A line is in the file once log returns, even when the process is killed right after.
+TEST_F(PlatformTest, LoggerLineSurvivesAKillRightAfterLog) {
+    WriteAll(File("log.conf"), "LogFile = " + File("killed.log") + "\n");
+    ASSERT_TRUE(ConfigurationControl::Load(File("log.conf")));
+    logger_->SetSink(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        logger_->log(LOG_LEVEL_5, L"last words %d %ls", 42, L"caf\u00e9");
+        ::raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(ReadAll(File("killed.log")), "last words 42 caf\xC3\xA9\n");
 }
 
 // key = value with comments and blanks; lines it cannot understand are reported with file:line. A load starts
