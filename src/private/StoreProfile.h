@@ -25,7 +25,7 @@ struct StoreProfile {
 };
 
 const StoreProfile kExactProfile = {"exact", false, false, false, false, false, false, false, false, 0};
-const StoreProfile kSafeProfile = {"safe", true, true, true, true, true, true, true, true, 8};
+const StoreProfile kSafeProfile = {"safe", true, true, true, true, true, true, true, true, 16};
 
 inline const StoreProfile& ProfileNamed(const std::string& name) {
     return name == kSafeProfile.name ? kSafeProfile : kExactProfile;
