@@ -73,7 +73,7 @@ void ReadRows(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, std::v
     provider::WalkQuery(db, logger, query, kGetRecords, provider::Walk::FirstToLast, [&](Tuplist& row) {
         Rec rec;
         ReadRecord(row, rec);
-        if (keep(rec)) out.push_back(rec);
+        if (keep(rec)) out.push_back(std::move(rec));
     });
 }
 

@@ -1,5 +1,6 @@
 #include "private/ProviderSupport.h"
 
+#include <cstring>
 #include <stdexcept>
 
 namespace provider {
@@ -37,6 +38,28 @@ void AddEquals(dl_MultiValue& query, const char* column, const std::wstring& val
 }
 
 void AddEquals(dl_MultiValue& query, const char* column, int value) { AddEquals(query, column, PARAM_INT, &value); }
+
+RowPlaces::RowPlaces(Tuplist& r) : row(r), count(0) {
+    if (row.m_elements.size() > sizeof at / sizeof at[0]) return;
+    for (TupElement* element : row.m_elements) at[count++] = element;
+}
+
+const TupElement* FindColumn(RowPlaces& places, const char* column, size_t& hint) {
+    const char* dot = std::strchr(column, '.');
+    if (dot != nullptr) {
+        const auto names = [&](size_t place) {
+            return places.at[place]->name != nullptr && std::strcmp(places.at[place]->name, dot + 1) == 0;
+        };
+        if (hint < places.count && names(hint)) return places.at[hint];
+        for (size_t place = 0; place < places.count; ++place) {
+            if (names(place)) {
+                hint = place;
+                return places.at[place];
+            }
+        }
+    }
+    return places.row[column];  // not found (or not by place): the same answer and log line as always
+}
 
 bool FetchRecord(dl_MultiValue& query, int index, Tuplist& row) { return query.GetRecord(index, row.m_elements); }
 

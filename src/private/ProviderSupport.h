@@ -191,9 +191,24 @@ enum class ReadMode {
     AsIs            // no test: a missing text raises (see TextAsIs), a missing int reads -1
 };
 
+// A row's elements by place, for reading several columns of it.
+struct RowPlaces {
+    explicit RowPlaces(Tuplist& row);
+    Tuplist& row;
+    TupElement* at[64];
+    size_t count;  // 0 for a row of more than 64 elements: searched by name
+};
+
+// The element of the row for `column` ("TABLE.COLUMN"), as row[column] finds
+// it (a missing one logged the same way). The rows of one result hold their
+// columns in the same places, so the place `hint` names is tried first and
+// then set to where the column was: reading a result is then one name
+// comparison per column, not a search.
+const TupElement* FindColumn(RowPlaces& places, const char* column, size_t& hint);
+
+// A field from its element.
 template <class R>
-void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = ReadMode::OrDefault) {
-    const TupElement* element = row[column.name];
+void ReadElement(const TupElement* element, R& rec, const Column<R>& column, ReadMode mode) {
     if (mode == ReadMode::KeepIfMissing && IsMissing(element)) return;
     if (column.text)
         rec.*column.text = mode == ReadMode::AsIs ? TextAsIs(element) : TextOr(element, std::wstring());
@@ -203,10 +218,19 @@ void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = R
         rec.*column.time = TimeOr(element, TimeStamp(0));
 }
 
-// Reads the columns listed in `order` (indexes into `table`) with the default rule.
+template <class R>
+void ReadColumn(Tuplist& row, R& rec, const Column<R>& column, ReadMode mode = ReadMode::OrDefault) {
+    ReadElement(row[column.name], rec, column, mode);
+}
+
+// Reads the columns listed in `order` (indexes into `table`) with the default
+// rule; each column's place is remembered, per thread, for the next row.
 template <class R, size_t N, size_t M>
 void ReadColumns(Tuplist& row, R& rec, const Column<R> (&table)[N], const int (&order)[M]) {
-    for (int index : order) ReadColumn(row, rec, table[index]);
+    thread_local size_t hints[N] = {};
+    RowPlaces places(row);
+    for (int index : order)
+        ReadElement(FindColumn(places, table[index].name, hints[index]), rec, table[index], ReadMode::OrDefault);
 }
 
 // --- walking a query's result ---------------------------------------------
@@ -275,14 +299,16 @@ void AppendRecords(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, c
     WalkQuery(db, logger, query, trace, walk, [&](Tuplist& row) {
         R rec;
         ReadColumns(row, rec, table, order);
-        out.push_back(rec);
+        out.push_back(std::move(rec));
     });
 }
 
 // Reads every column of `table`, in table order, with the default rule.
 template <class R, size_t N>
 void ReadAllColumns(Tuplist& row, R& rec, const Column<R> (&table)[N]) {
-    for (const Column<R>& column : table) ReadColumn(row, rec, column);
+    thread_local size_t hints[N] = {};
+    RowPlaces places(row);
+    for (size_t i = 0; i < N; ++i) ReadElement(FindColumn(places, table[i].name, hints[i]), rec, table[i], ReadMode::OrDefault);
 }
 
 // --- column orders by name ------------------------------------------------
