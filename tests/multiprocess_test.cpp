@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "CDataAccessProvider.h"
@@ -37,41 +38,43 @@ struct Kind {
     std::function<bool(const std::wstring& tag, std::wstring& key)> add;
 };
 
+// An add through `provider`: the record gets `tag` in `tagField`, the new key
+// comes back from `keyField`.
+template <class Rec, class Provider, class Key>
+std::function<bool(const std::wstring&, std::wstring&)> Add(Provider* (CDataAccessProvider::*get)(),
+                                                              bool (Provider::*add)(Rec*), std::wstring Rec::*tagField,
+                                                              Key Rec::*keyField, std::function<void(Rec&)> fill) {
+    return [=](const std::wstring& tag, std::wstring& key) {
+        Rec r;
+        r.*tagField = tag;
+        fill(r);
+        const bool ok = (((CDataAccessProvider::GetInstance())->*get)()->*add)(&r);
+        std::wostringstream text;
+        text << r.*keyField;
+        key = text.str();
+        return ok;
+    };
+}
+
 std::vector<Kind> Kinds() {
-    auto facade = [] { return CDataAccessProvider::GetInstance(); };
+    using F = CDataAccessProvider;
     return {
         {"ticket", "JDFTICKET", "QENTRYID", "JOBID", kTickets,
-         [=](const std::wstring& tag, std::wstring& key) {
-             TicketTableRecord r;
-             r.jobId = tag, r.senderId = L"mp", r.status = 1, r.jdf = L"<JDF ID=\"" + tag + L"\"/>";
-             const bool ok = facade()->GetTicketDataProvider()->AddTicket(&r);
-             key = r.qentryId;
-             return ok;
-         }},
+         Add<TicketTableRecord>(&F::GetTicketDataProvider, &ITicketDataProvider::AddTicket, &TicketTableRecord::jobId,
+                                &TicketTableRecord::qentryId, [](TicketTableRecord& r) {
+                                    r.senderId = L"mp", r.status = 1, r.jdf = L"<JDF ID=\"" + r.jobId + L"\"/>";
+                                })},
         {"content", "CONTENT", "CONTENTID", "RUN_ID", kOthers,
-         [=](const std::wstring& tag, std::wstring& key) {
-             ContentTableRecord r;
-             r.runId = tag, r.qentryId = L"mp";
-             const bool ok = facade()->GetContentDataProvider()->AddRecord(&r);
-             key = std::to_wstring(r.contentId);
-             return ok;
-         }},
+         Add<ContentTableRecord>(&F::GetContentDataProvider, &IContentDataProvider::AddRecord,
+                                 &ContentTableRecord::runId, &ContentTableRecord::contentId,
+                                 [](ContentTableRecord& r) { r.qentryId = L"mp"; })},
         {"subscription", "STATSSUBS", "ID", "REFID", kOthers,
-         [=](const std::wstring& tag, std::wstring& key) {
-             StatusSubTableRecord r;
-             r.REFID = tag, r.URL = L"http://mp";
-             const bool ok = facade()->GetStatusSubDataProvider()->AddRecord(&r);
-             key = std::to_wstring(r.ID);
-             return ok;
-         }},
+         Add<StatusSubTableRecord>(&F::GetStatusSubDataProvider, &IStatusSubDataProvider::AddRecord,
+                                   &StatusSubTableRecord::REFID, &StatusSubTableRecord::ID,
+                                   [](StatusSubTableRecord& r) { r.URL = L"http://mp"; })},
         {"server", "SERVER", "SERVERID", "COMPNAME", kOthers,
-         [=](const std::wstring& tag, std::wstring& key) {
-             ServerTableRecord r;
-             r.COMPNAME = tag, r.STYPE = 1;
-             const bool ok = facade()->GetServerDataProvider()->AddServer(&r);
-             key = std::to_wstring(r.SERVERID);
-             return ok;
-         }},
+         Add<ServerTableRecord>(&F::GetServerDataProvider, &IServerDataProvider::AddServer, &ServerTableRecord::COMPNAME,
+                                &ServerTableRecord::SERVERID, [](ServerTableRecord& r) { r.STYPE = 1; })},
     };
 }
 

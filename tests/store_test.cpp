@@ -19,7 +19,7 @@ namespace {
 class StoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        db.Reset({"JDFTICKET"});
+        db.Reset({"JDFTICKET", "CONTENT"});
         store = CMysqlDatabaseInterface::GetInstance();
     }
     void AddRow(const wchar_t* key) { ASSERT_TRUE(store->AddNewTicket(TICKET_JDFTICKET, key, PARAM_WSTRING)); }

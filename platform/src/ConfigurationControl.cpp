@@ -132,37 +132,22 @@ State& Loaded(std::unique_lock<std::mutex>& lock) {
     return state;
 }
 
+// Runs `use` on the settings under the lock, norva.conf read first if needed
+// (so that the deferred first read cannot overwrite what a setter set).
+template <class Use>
+auto WithSettings(Use use) {
+    std::unique_lock<std::mutex> lock;
+    return use(Loaded(lock).settings);
+}
+
 }  // namespace
 
-std::wstring ConfigurationControl::GetDBIPAddr() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.dbIPAddr;
-}
-
-bool ConfigurationControl::GetIDPattern() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.idPattern;
-}
-
-int ConfigurationControl::GetLogLevel() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.logLevel;
-}
-
-std::string ConfigurationControl::GetLogFile() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.logFile;
-}
-
-std::string ConfigurationControl::GetProfile() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.profile;
-}
-
-int ConfigurationControl::GetConnections() {
-    std::unique_lock<std::mutex> lock;
-    return Loaded(lock).settings.connections;
-}
+std::wstring ConfigurationControl::GetDBIPAddr() { return WithSettings([](Settings& s) { return s.dbIPAddr; }); }
+bool ConfigurationControl::GetIDPattern() { return WithSettings([](Settings& s) { return s.idPattern; }); }
+int ConfigurationControl::GetLogLevel() { return WithSettings([](Settings& s) { return s.logLevel; }); }
+std::string ConfigurationControl::GetLogFile() { return WithSettings([](Settings& s) { return s.logFile; }); }
+std::string ConfigurationControl::GetProfile() { return WithSettings([](Settings& s) { return s.profile; }); }
+int ConfigurationControl::GetConnections() { return WithSettings([](Settings& s) { return s.connections; }); }
 
 bool ConfigurationControl::Load(const std::string& path) {
     State& state = GetState();
@@ -172,25 +157,21 @@ bool ConfigurationControl::Load(const std::string& path) {
     return true;
 }
 
-// The setters read norva.conf first if needed, so that the deferred first read
-// cannot overwrite what they set.
 void ConfigurationControl::SetDBIPAddr(const std::wstring& address) {
-    std::unique_lock<std::mutex> lock;
-    Loaded(lock).settings.dbIPAddr = address;
+    WithSettings([&](Settings& s) { s.dbIPAddr = address; });
 }
 
 void ConfigurationControl::SetIDPattern(bool pattern) {
-    std::unique_lock<std::mutex> lock;
-    Loaded(lock).settings.idPattern = pattern;
+    WithSettings([&](Settings& s) { s.idPattern = pattern; });
 }
 
 // An unknown profile name is ignored, as it is in the file.
 void ConfigurationControl::SetProfile(const std::string& profile) {
-    std::unique_lock<std::mutex> lock;
-    ParseProfile(profile, Loaded(lock).settings.profile);
+    WithSettings([&](Settings& s) { ParseProfile(profile, s.profile); });
 }
 
 void ConfigurationControl::SetConnections(int connections) {
-    std::unique_lock<std::mutex> lock;
-    if (connections >= 1) Loaded(lock).settings.connections = connections;
+    WithSettings([&](Settings& s) {
+        if (connections >= 1) s.connections = connections;
+    });
 }
