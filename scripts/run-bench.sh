@@ -73,6 +73,16 @@ function commas(n,    s) {
     while (length(n) > 3) { s = "," substr(n, length(n) - 2) s; n = substr(n, 1, length(n) - 3) }
     return n s
 }
+# The pool's rate over one connection's, round by round (the two processes
+# of a round ran back to back): "median (lowest to highest)".
+function RoundRatios(a, b,    k, m, r, i, j, x) {
+    m = 0
+    for (k = 1; k <= rounds[a, "lib"] && k <= rounds[b, "lib"]; k++)
+        if (roundrate[a, "lib", k] > 0) r[++m] = roundrate[b, "lib", k] / roundrate[a, "lib", k]
+    if (m == 0) return "-"
+    for (i = 2; i <= m; i++) for (j = i; j > 1 && r[j - 1] > r[j]; j--) { x = r[j]; r[j] = r[j - 1]; r[j - 1] = x }
+    return sprintf("%.2fx (%.2f-%.2f)", (m % 2) ? r[(m + 1) / 2] : (r[m / 2] + r[m / 2 + 1]) / 2, r[1], r[m])
+}
 function label(op) {
     if (op ~ /^AddTicket_/) return "AddTicket, full record, " commas(substr(op, 11)) " entries"
     if (op == "GetJDF_1MiB") return "GetJDF, 1 MiB ticket"
@@ -99,6 +109,7 @@ NR == 1 {
         # Throughput: the best round by operations per second, with its CPU figures.
         if ($col["error_occurred"] == "true") { terr[op, side] = $col["error_message"] }
         rate = $col["items_per_second"] + 0
+        roundrate[op, side, ++rounds[op, side]] = rate  # each process runs one round, c1 and the pool in turn
         if (!((op, side) in best) || rate > best[op, side]) {
             best[op, side] = rate; scpu[op, side] = $col["server_cpu_us"] + 0; ccpu[op, side] = $col["client_cpu_us"] + 0
         }
@@ -128,9 +139,9 @@ END {
     # Throughput, operations per second over all threads; CPU microseconds
     # per operation of the server and of this process (library or raw side).
     print ""
-    tfmt = "%-18s | %7s | %15s | %8s | %15s | %-23s | %-23s\n"
-    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "raw ops/s", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
-    line = sprintf(tfmt, "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
+    tfmt = "%-18s | %7s | %15s | %8s | %-19s | %15s | %-23s | %-23s\n"
+    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "per round, median", "raw ops/s", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
+    line = sprintf(tfmt, "", "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
     print line
     split("GetTicketStatus UpdateTicketStatus", ops, " ")
     for (o = 1; o <= 2; o++) {
@@ -139,6 +150,7 @@ END {
             if (!((a, "lib") in best)) continue
             ra = best[a, "lib"]; rb = best[b, "lib"]; rr = best[r, "raw"]
             printf tfmt, ops[o], n, sprintf("%.0f / %.0f", ra, rb), (ra > 0 && rb > 0) ? sprintf("%.2fx", rb / ra) : "-",
+                RoundRatios(a, b),
                 sprintf("%.0f", rr), sprintf("%.1f / %.1f / %.1f", scpu[a, "lib"], scpu[b, "lib"], scpu[r, "raw"]),
                 sprintf("%.1f / %.1f / %.1f", ccpu[a, "lib"], ccpu[b, "lib"], ccpu[r, "raw"])
         }

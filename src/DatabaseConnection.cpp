@@ -11,7 +11,7 @@
 #include <mysql_driver.h>
 
 #include <algorithm>
-#include <condition_variable>
+#include <atomic>
 #include <map>
 #include <mutex>
 
@@ -28,39 +28,36 @@ const char* const kSourcePath = "../../src/DatabaseConnection";
 struct CDatabaseConnection::Slot {
     mutex lock;
     sql::Connection* connection = nullptr;
-    bool busy = false;  // leased to a thread; guarded by Pool::leases
+    std::mutex lease;  // held by the thread the connection is leased to
 };
 
 // The connections. With one, every thread uses it and its lock serialises
 // the statements; with more, a thread leases a free one for each statement
-// (or for the life of its Pin) and waits while all are leased.
+// (or for the life of its Pin). Each thread has a home connection, the
+// threads spread evenly over them: it takes the first free one from its home
+// on and, when all are leased, waits for its home one. So a release wakes at
+// most the threads of one home (one, with twice as many threads as
+// connections), not every waiting thread, and no lock is shared by all.
+// A thread holds one lease at a time and takes no lease while it holds an
+// identifier lock, so waiting for one connection cannot deadlock.
 struct CDatabaseConnection::Pool {
     explicit Pool(int count) : slots(new Slot[count]), size(count) {}
     std::unique_ptr<Slot[]> slots;
     const int size;
-    std::mutex leases;
-    std::condition_variable freed;
+    std::atomic<unsigned> threads{0};  // threads that have leased so far, for their homes
     mutex connecting;  // the driver is set up and used to connect by one thread at a time
 
     int Acquire() {
-        std::unique_lock<std::mutex> lock(leases);
-        for (;;) {
-            for (int i = 0; i < size; ++i) {
-                if (!slots[i].busy) {
-                    slots[i].busy = true;
-                    return i;
-                }
-            }
-            freed.wait(lock);
+        thread_local const unsigned t_thread = threads.fetch_add(1, std::memory_order_relaxed);
+        const int home = static_cast<int>(t_thread % static_cast<unsigned>(size));
+        for (int k = 0; k < size; ++k) {
+            const int i = (home + k) % size;
+            if (slots[i].lease.try_lock()) return i;
         }
+        slots[home].lease.lock();
+        return home;
     }
-    void Release(int index) {
-        {
-            std::lock_guard<std::mutex> lock(leases);
-            slots[index].busy = false;
-        }
-        freed.notify_one();
-    }
+    void Release(int index) { slots[index].lease.unlock(); }
 };
 
 namespace {
