@@ -120,6 +120,12 @@ TEST_F(PlatformTest, LoggerThresholdAndDefaultDestination) {
     logger_->log(LOG_LEVEL_6, L"%s", reinterpret_cast<const char*>(16));  // would fault if formatted
     logger_->log(LOG_LEVEL_5, L"%ls", L"\U0001F600");
     EXPECT_EQ(ReadAll(File("norva.log")), "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\n");
+    // The next line after a new LogFile is loaded goes to the new file.
+    WriteAll(File("log.conf"), "LogFile = " + File("next.log") + "\n");
+    ASSERT_TRUE(ConfigurationControl::Load(File("log.conf")));
+    logger_->log(LOG_LEVEL_5, L"moved");
+    EXPECT_EQ(ReadAll(File("next.log")), "moved\n");
+    EXPECT_EQ(ReadAll(File("norva.log")), "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\n");
 }
 
 // A line is in the file once log returns, even when the process is killed right after.

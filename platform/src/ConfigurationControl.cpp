@@ -5,10 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <atomic>
 #include <mutex>
 
 #include <sys/stat.h>
 
+#include "ConfigurationChanges.h"
 #include "StringUtils.h"
 
 namespace {
@@ -23,6 +25,10 @@ struct Settings {
     std::string profile = "exact";
     int connections = 1;
 };
+
+// Counts changes of the settings (reads of a file, setters), so that a
+// reader may keep a value and look it up again only after a change.
+std::atomic<unsigned long> g_changes{0};
 
 struct State {
     std::mutex mutex;
@@ -128,6 +134,7 @@ State& Loaded(std::unique_lock<std::mutex>& lock) {
     if (!state.loaded) {
         ReadFile(kDefaultFile, state.settings);  // a missing file leaves the defaults
         state.loaded = true;
+        g_changes.fetch_add(1, std::memory_order_release);
     }
     return state;
 }
@@ -138,6 +145,14 @@ template <class Use>
 auto WithSettings(Use use) {
     std::unique_lock<std::mutex> lock;
     return use(Loaded(lock).settings);
+}
+
+// WithSettings for a setter: the change is counted.
+template <class Use>
+void ChangeSettings(Use use) {
+    std::unique_lock<std::mutex> lock;
+    use(Loaded(lock).settings);
+    g_changes.fetch_add(1, std::memory_order_release);
 }
 
 }  // namespace
@@ -154,24 +169,27 @@ bool ConfigurationControl::Load(const std::string& path) {
     std::lock_guard<std::mutex> lock(state.mutex);
     if (!ReadFile(path, state.settings)) return false;
     state.loaded = true;
+    g_changes.fetch_add(1, std::memory_order_release);
     return true;
 }
 
 void ConfigurationControl::SetDBIPAddr(const std::wstring& address) {
-    WithSettings([&](Settings& s) { s.dbIPAddr = address; });
+    ChangeSettings([&](Settings& s) { s.dbIPAddr = address; });
 }
 
 void ConfigurationControl::SetIDPattern(bool pattern) {
-    WithSettings([&](Settings& s) { s.idPattern = pattern; });
+    ChangeSettings([&](Settings& s) { s.idPattern = pattern; });
 }
 
 // An unknown profile name is ignored, as it is in the file.
 void ConfigurationControl::SetProfile(const std::string& profile) {
-    WithSettings([&](Settings& s) { ParseProfile(profile, s.profile); });
+    ChangeSettings([&](Settings& s) { ParseProfile(profile, s.profile); });
 }
 
 void ConfigurationControl::SetConnections(int connections) {
-    WithSettings([&](Settings& s) {
+    ChangeSettings([&](Settings& s) {
         if (connections >= 1) s.connections = connections;
     });
 }
+
+unsigned long norva_config::Changes() { return g_changes.load(std::memory_order_acquire); }

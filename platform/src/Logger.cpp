@@ -14,6 +14,7 @@
 #include <string>
 #include <type_traits>
 
+#include "ConfigurationChanges.h"
 #include "ConfigurationControl.h"
 #include "StringUtils.h"
 #include "Utf8.h"
@@ -314,20 +315,26 @@ struct Logger::Output {
     Sink sink;
     int file = -1;         // the open LogFile, or -1 for standard error
     std::string filePath;  // the LogFile the destination was chosen for
+    unsigned long changes = ~0ul;  // the configuration's change count when LogFile was last read
     std::string bytes;     // the line being written, kept to reuse its memory
 
     // Writes to LogFile, following changes of the configuration, else to
     // stderr: one write(2) per line, so that a line is in the file as soon as
     // log returns, whatever happens to the process afterwards.
     void WriteDefault(const std::wstring& line) {
-        const std::string wanted = ConfigurationControl::GetLogFile();
-        if (wanted != filePath) {  // a failed open is not retried until LogFile changes
-            if (file >= 0) ::close(file);
-            file = -1;
-            filePath = wanted;
-            if (!wanted.empty()) {
-                file = ::open(wanted.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-                if (file < 0) std::fprintf(stderr, "cannot open log file %s, logging to standard error\n", wanted.c_str());
+        const unsigned long now = norva_config::Changes();
+        if (now != changes) {  // LogFile is read again only after the configuration changed
+            changes = now;
+            const std::string wanted = ConfigurationControl::GetLogFile();
+            if (wanted != filePath) {  // a failed open is not retried until LogFile changes
+                if (file >= 0) ::close(file);
+                file = -1;
+                filePath = wanted;
+                if (!wanted.empty()) {
+                    file = ::open(wanted.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+                    if (file < 0)
+                        std::fprintf(stderr, "cannot open log file %s, logging to standard error\n", wanted.c_str());
+                }
             }
         }
         bytes.clear();
