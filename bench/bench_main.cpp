@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -425,6 +426,14 @@ void RegisterAll(int rounds) {
                 MeasureLogLine(state, library);
             })->Unit(benchmark::kMicrosecond)->MinTime(kMinTime);
         }
+        // The least any system call costs on this machine (getpid does no
+        // work): the floor under a trace line that must be written at once.
+        const std::string name = "SystemCall/raw/trace_on/round:" + std::to_string(round);
+        benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
+            for (auto _ : state) benchmark::DoNotOptimize(::syscall(SYS_getpid));
+            ZeroCounters(state);
+            state.counters["peak_MiB"] = benchdata::PeakMiB();
+        })->Unit(benchmark::kMicrosecond)->MinTime(kMinTime);
     }
     // Named Threads<operation>_c<connections>_t<threads>; the raw side (a
     // connection per thread) only in the run with one library connection.

@@ -73,7 +73,7 @@ function commas(n,    s) {
     while (length(n) > 3) { s = "," substr(n, length(n) - 2) s; n = substr(n, 1, length(n) - 3) }
     return n s
 }
-# The pool's rate over one connection's, round by round (the two processes
+# The rate with the pool over the rate with one connection, round by round (the two processes
 # of a round ran back to back): "median (lowest to highest)".
 function RoundRatios(a, b,    k, m, r, i, j, x) {
     m = 0
@@ -89,6 +89,7 @@ function label(op) {
     if (op == "GetAllQueueEntryIDs_10000") return "GetAllQueueEntryIDs, 10,000 rows"
     if (op == "StatusSubGetRecords_1000") return "GetRecords (status subs), 1,000 rows"
     if (op == "LoggerLog") return "Logger::log, one line (raw: write(2))"
+    if (op == "SystemCall") return "a system call alone (raw: getpid)"
     return op
 }
 function duration(us) {
