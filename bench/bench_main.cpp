@@ -127,11 +127,21 @@ std::string Shorten(const std::string& text) { return text.size() <= 160 ? text 
 // Runs the operation once on each side from the same table state; returns
 // an empty text when the raw side sent the library's statements and got the
 // same result, else what differs (details on stderr).
+// The bytes the library's trace writes for one call of each operation, line
+// by line, as Verify saw them.
+std::map<std::string, std::vector<std::string>>& TraceLines() {
+    static std::map<std::string, std::vector<std::string>> lines;
+    return lines;
+}
+
 std::string Verify(const Operation& op) {
     Logger* logger = Logger::Initialise();
     const int mark = benchdata::MaxId();
     std::vector<std::string> logged;
-    logger->SetSink([&logged](LOG_CONST, const std::wstring& line) {
+    std::vector<std::string>& traced = TraceLines()[op.name];
+    traced.clear();
+    logger->SetSink([&logged, &traced](LOG_CONST, const std::wstring& line) {
+        traced.push_back(StringUtils::UTF8FromUni(line) + "\n");
         if (IsStatement(line)) logged.push_back(StringUtils::UTF8FromUni(line));
     });
     logger->SetLevel(kTraceOn);
@@ -181,7 +191,13 @@ void ZeroCounters(benchmark::State& state) {
         state.counters[name] = 0;
 }
 
-void Measure(benchmark::State& state, const Operation& op, bool library, bool trace) {
+// The sides an operation is timed on: the library; the bare connector; the
+// bare connector that also writes the library's trace lines for the call,
+// one write(2) each, as the trace must (trace on only).
+enum class Side { Library, Raw, RawWithTraceWrites };
+
+void Measure(benchmark::State& state, const Operation& op, Side side, bool trace) {
+    const bool library = side == Side::Library;
     Get();
     benchdata::Load(op.family);
     static std::map<std::string, std::string> verified;
@@ -201,9 +217,16 @@ void Measure(benchmark::State& state, const Operation& op, bool library, bool tr
     const double base = benchdata::ResidentMiB();
     Logger* logger = Logger::Initialise();
     logger->SetLevel(trace ? kTraceOn : kTraceOff);
+    const std::vector<std::string> lines =
+        side == Side::RawWithTraceWrites ? TraceLines()[op.name] : std::vector<std::string>();
+    const int rawLog = lines.empty() ? -1
+                                     : ::open((g_logPath + ".raw").c_str(),
+                                              O_WRONLY | O_APPEND | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     int64_t iteration = 0;
     for (auto _ : state) {
         call(iteration++, out);
+        for (const std::string& line : lines)
+            if (::write(rawLog, line.data(), line.size()) < 0) state.SkipWithError("write failed");
         benchmark::DoNotOptimize(&out);
         if (op.after) {
             state.PauseTiming();
@@ -212,6 +235,7 @@ void Measure(benchmark::State& state, const Operation& op, bool library, bool tr
         }
     }
     logger->SetLevel(kTraceOff);
+    if (rawLog >= 0) ::close(rawLog);
     ZeroCounters(state);
     state.counters["peak_MiB"] = benchdata::PeakMiB();
     state.counters["base_MiB"] = base;
@@ -403,13 +427,15 @@ void RegisterAll(int rounds) {
     for (const Operation& op : Operations()) {
         for (bool trace : {false, true}) {
             for (int round = 1; round <= rounds; ++round) {
-                for (bool library : {true, false}) {
-                    const std::string name = op.name + (library ? "/lib" : "/raw") +
-                                             (trace ? "/trace_on" : "/trace_off") + "/round:" + std::to_string(round);
+                for (Side side : {Side::Library, Side::Raw, Side::RawWithTraceWrites}) {
+                    if (side == Side::RawWithTraceWrites && !trace) continue;
+                    const char* sideName = side == Side::Library ? "/lib" : side == Side::Raw ? "/raw" : "/rawlog";
+                    const std::string name = op.name + sideName + (trace ? "/trace_on" : "/trace_off") +
+                                             "/round:" + std::to_string(round);
                     const Operation* which = &op;
                     benchmark::RegisterBenchmark(name.c_str(),
-                                                 [which, library, trace](benchmark::State& state) {
-                                                     Measure(state, *which, library, trace);
+                                                 [which, side, trace](benchmark::State& state) {
+                                                     Measure(state, *which, side, trace);
                                                  })
                         ->UseRealTime()
                         ->Unit(benchmark::kMicrosecond)

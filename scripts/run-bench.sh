@@ -125,17 +125,18 @@ NR == 1 {
     if (!((key, side) in peak) || p > peak[key, side]) peak[key, side] = p
 }
 END {
-    fmt = "%-40s | %-5s | %12s | %12s | %6s | %-20s\n"
-    printf fmt, "operation", "trace", "library", "raw", "ratio", "peak MiB (lib / raw)"
-    line = sprintf(fmt, "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
+    fmt = "%-40s | %-5s | %12s | %12s | %6s | %-20s | %12s | %6s\n"
+    printf fmt, "operation", "trace", "library", "raw", "ratio", "peak MiB (lib / raw)", "raw + writes", "ratio"
+    line = sprintf(fmt, "", "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
     print line
     for (i = 1; i <= count; i++) {
         k = order[i]
-        if (k in err) { printf fmt, label(opname[k]), tracename[k], "error", "error", "-", err[k]; continue }
-        lib = t[k, "lib"]; raw = t[k, "raw"]
+        if (k in err) { printf fmt, label(opname[k]), tracename[k], "error", "error", "-", err[k], "", ""; continue }
+        lib = t[k, "lib"]; raw = t[k, "raw"]; rawlog = t[k, "rawlog"]
         ratio = (lib != "" && raw > 0) ? sprintf("%.2fx", lib / raw) : "-"
+        logratio = (lib != "" && rawlog > 0) ? sprintf("%.2fx", lib / rawlog) : "-"
         printf fmt, label(opname[k]), tracename[k], duration(lib), duration(raw), ratio,
-            mib(peak[k, "lib"]) " / " mib(peak[k, "raw"])
+            mib(peak[k, "lib"]) " / " mib(peak[k, "raw"]), duration(rawlog), logratio
     }
     # Throughput, operations per second over all threads; CPU microseconds
     # per operation of the server and of this process (library or raw side).
