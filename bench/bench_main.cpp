@@ -345,6 +345,9 @@ void MeasureLogLine(benchmark::State& state, bool library) {
 
 // How many connections the library was configured with (NORVA_BENCH_CONNECTIONS).
 int g_connections = 1;
+// Connections the bare connector's threads share in its own pooled run
+// (NORVA_BENCH_POOL, default 4).
+int g_sharedConnections = 4;
 
 // CPU time (user + system, microseconds) of the database server, read from
 // /proc/<pid>/stat with the pid from the server's directory; -1 when unknown.
@@ -383,13 +386,22 @@ RawStore& RawForThread(int index) {
     return *stores[index];
 }
 
+// A lock per raw connection, for threads that share them.
+std::mutex& RawLock(int index) {
+    static std::mutex locks[64];
+    return locks[index];
+}
+
 // Each thread reads or updates a ticket of its own (keys 500, 501, ...), so
 // that no two wait for one row lock. The library shares its providers
-// between the threads; the raw side has a connection per thread.
-void MeasureThreads(benchmark::State& state, bool update, bool library) {
+// between the threads; the raw side has a connection per thread or, with
+// `shared` connections, thread n uses connection n mod shared under its lock.
+void MeasureThreads(benchmark::State& state, bool update, bool library, int shared = 0) {
     const int thread = state.thread_index();
     const std::wstring key = std::to_wstring(500 + thread);
-    RawStore* raw = library ? nullptr : &RawForThread(thread);
+    const int connection = shared > 0 ? thread % shared : thread;
+    RawStore* raw = library ? nullptr : &RawForThread(connection);
+    std::unique_lock<std::mutex> sharing(RawLock(connection), std::defer_lock);
     double serverBefore = 0, clientBefore = 0;
     if (thread == 0) {
         Get();
@@ -402,12 +414,14 @@ void MeasureThreads(benchmark::State& state, bool update, bool library) {
     int status = 0;
     bool ok = true;
     for (auto _ : state) {
+        if (shared > 0) sharing.lock();
         if (update) {
             const int value = 2 - (i++ & 1);
             ok &= library ? Get().tickets->UpdateTicketStatus(key, value) : raw->UpdateTicketStatus(key, value);
         } else {
             ok &= library ? Get().tickets->GetTicketStatus(key, status) : raw->GetTicketStatus(key, status);
         }
+        if (shared > 0) sharing.unlock();
     }
     if (!ok) state.SkipWithError("an operation failed");
     state.SetItemsProcessed(state.iterations());
@@ -481,6 +495,21 @@ void RegisterAll(int rounds) {
                         ->Unit(benchmark::kMicrosecond)
                         ->MinTime(1.0);
                 }
+                // The bare connector sharing as many connections as the
+                // library's pool between more threads than that.
+                const int shared = g_sharedConnections;
+                if (g_connections != 1 || threads <= shared) continue;
+                const std::string name = std::string("Threads") +
+                                         (update ? "UpdateTicketStatus" : "GetTicketStatus") + "_c" +
+                                         std::to_string(shared) + "_t" + std::to_string(threads) +
+                                         "/rawshared/trace_off/round:" + std::to_string(round);
+                benchmark::RegisterBenchmark(name.c_str(), [update, shared](benchmark::State& state) {
+                    MeasureThreads(state, update, false, shared);
+                })
+                    ->Threads(threads)
+                    ->UseRealTime()
+                    ->Unit(benchmark::kMicrosecond)
+                    ->MinTime(1.0);
             }
         }
     }
@@ -497,6 +526,8 @@ void ConfigureLibrary() {
         std::ofstream out(conf);
         const char* connections = std::getenv("NORVA_BENCH_CONNECTIONS");
         if (connections && std::atoi(connections) > 0) g_connections = std::atoi(connections);
+        const char* pool = std::getenv("NORVA_BENCH_POOL");
+        if (pool && std::atoi(pool) > 1 && std::atoi(pool) <= 64) g_sharedConnections = std::atoi(pool);
         out << "# written by norva_bench\nLogLevel = " << kTraceOff << "\nLogFile = " << g_logPath
             << "\nConnections = " << g_connections << "\n";
     }

@@ -141,9 +141,10 @@ END {
     # Throughput, operations per second over all threads; CPU microseconds
     # per operation of the server and of this process (library or raw side).
     print ""
-    tfmt = "%-18s | %7s | %15s | %8s | %-19s | %15s | %-23s | %-23s\n"
-    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "per round, median", "raw ops/s", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
-    line = sprintf(tfmt, "", "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
+    tfmt = "%-18s | %7s | %15s | %8s | %-19s | %15s | %-28s | %-23s | %-23s\n"
+    printf tfmt, "operation", "threads", "lib ops/s c1/c" pool, "c" pool "/c1", "per round, median", "raw ops/s",
+        "raw, " pool " shared: ops/s, CPU us", "server CPU us (c1/c" pool "/raw)", "client CPU us (c1/c" pool "/raw)"
+    line = sprintf(tfmt, "", "", "", "", "", "", "", "", ""); gsub(/[^|]/, "-", line); gsub(/\|/, "+", line)
     print line
     split("GetTicketStatus UpdateTicketStatus", ops, " ")
     for (o = 1; o <= 2; o++) {
@@ -153,7 +154,9 @@ END {
             ra = best[a, "lib"]; rb = best[b, "lib"]; rr = best[r, "raw"]
             printf tfmt, ops[o], n, sprintf("%.0f / %.0f", ra, rb), (ra > 0 && rb > 0) ? sprintf("%.2fx", rb / ra) : "-",
                 RoundRatios(a, b),
-                sprintf("%.0f", rr), sprintf("%.1f / %.1f / %.1f", scpu[a, "lib"], scpu[b, "lib"], scpu[r, "raw"]),
+                sprintf("%.0f", rr),
+                ((b, "rawshared") in best) ? sprintf("%.0f, %.1f + %.1f", best[b, "rawshared"], scpu[b, "rawshared"], ccpu[b, "rawshared"]) : "-",
+                sprintf("%.1f / %.1f / %.1f", scpu[a, "lib"], scpu[b, "lib"], scpu[r, "raw"]),
                 sprintf("%.1f / %.1f / %.1f", ccpu[a, "lib"], ccpu[b, "lib"], ccpu[r, "raw"])
         }
     }
