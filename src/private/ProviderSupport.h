@@ -268,8 +268,8 @@ bool WalkQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const
                Each each) {
     RunQuery(db, logger, query, trace);
     const int count = query.GetRecordCount();
+    Tuplist row;  // one for every record: its list nodes are reused
     for (int n = 0; n < count; ++n) {
-        Tuplist row;
         if (!FetchRecord(query, walk == Walk::FirstToLast ? n : count - 1 - n, row)) return false;
         if constexpr (std::is_same_v<decltype(each(row)), bool>) {
             if (!each(row)) break;
