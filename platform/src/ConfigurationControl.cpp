@@ -1,11 +1,11 @@
 #include "ConfigurationControl.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <atomic>
 #include <mutex>
 
 #include <sys/stat.h>

@@ -322,8 +322,10 @@ struct Logger::Output {
     // stderr: one write(2) per line, so that a line is in the file as soon as
     // log returns, whatever happens to the process afterwards.
     void WriteDefault(const std::wstring& line) {
-        const unsigned long now = norva_config::Changes();
-        if (now != changes) {  // LogFile is read again only after the configuration changed
+        // LogFile is read again only after the configuration changed (with a
+        // configuration library that does not count changes: for every line).
+        const unsigned long now = norva_config::Changes ? norva_config::Changes() : changes + 1;
+        if (now != changes) {
             changes = now;
             const std::string wanted = ConfigurationControl::GetLogFile();
             if (wanted != filePath) {  // a failed open is not retried until LogFile changes
