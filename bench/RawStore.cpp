@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -185,6 +186,29 @@ std::list<std::wstring> RawStore::GetAllQueueEntryIDs() {
     if (!rows) return keys;
     while (rows->next()) keys.push_front(Wide(rows->getString(1)));  // last row first, as the provider
     return keys;
+}
+
+bool RawStore::GetAllTicketRecords(std::vector<TicketTableRecord>& out) {
+    std::unique_ptr<sql::ResultSet> rows = Run("SELECT JDFTICKET.* FROM JDFTICKET");
+    if (!rows) return false;
+    while (rows->next()) {
+        ResolveColumns(*rows, kTicketTexts, kTicketInts, m_ticketColumns);
+        TicketTableRecord rec;
+        ReadRow(*rows, kTicketTexts, kTicketInts, m_ticketColumns, rec);
+        rec.subTime = TimeStamp(0);
+        rec.lastUpdateTime = TimeStamp(0);
+        out.push_back(std::move(rec));
+    }
+    return true;
+}
+
+RawStore::TicketField RawStore::FindTicketField(const char* column) {
+    TicketField found;
+    for (const auto& field : kTicketTexts)
+        if (column && std::strcmp(field.column, column) == 0) found.text = field.field;
+    for (const auto& field : kTicketInts)
+        if (column && std::strcmp(field.column, column) == 0) found.number = field.field;
+    return found;
 }
 
 bool RawStore::GetStatusSubRecords(bool sendStatus, std::vector<StatusSubTableRecord>& out) {

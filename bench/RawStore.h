@@ -34,6 +34,21 @@ public:
     bool AddTicket(TicketTableRecord* rec);
     std::list<std::wstring> GetAllQueueEntryIDs();
     bool GetStatusSubRecords(bool sendStatus, std::vector<StatusSubTableRecord>& out);
+    // Every queue entry, whole, in the order the server returns them.
+    bool GetAllTicketRecords(std::vector<TicketTableRecord>& out);
+
+    // The field of a ticket record that a column of "SELECT JDFTICKET.*"
+    // fills, set from a text or a number (a missing one counts as "" or 0,
+    // as the connector reads a NULL); a column no field takes sets nothing.
+    struct TicketField {
+        std::wstring TicketTableRecord::*text = nullptr;
+        int TicketTableRecord::*number = nullptr;
+        void Set(TicketTableRecord& rec, const wchar_t* textValue, const int* numberValue) const {
+            if (text) rec.*text = textValue ? textValue : L"";
+            if (number) rec.*number = numberValue ? *numberValue : 0;
+        }
+    };
+    static TicketField FindTicketField(const char* column);
 
     // When set, each statement text is appended here before it runs.
     std::vector<std::string>* record = nullptr;

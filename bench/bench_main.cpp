@@ -34,6 +34,9 @@
 #include <vector>
 
 #include "BenchData.h"
+#include "CDatabaseFactory.h"
+#include "TupElement.h"
+#include "dl_MultiValue.h"
 #include "CStatusSubDataProvider.h"
 #include "CTicketDataProvider.h"
 #include "RawStore.h"
@@ -73,6 +76,7 @@ struct Output {
     std::wstring jdf;
     std::list<std::wstring> ids;
     std::vector<StatusSubTableRecord> subs;
+    std::vector<TicketTableRecord> tickets;
 };
 
 typedef std::function<void(int64_t iteration, Output& out)> Call;
@@ -112,6 +116,7 @@ std::wstring Digest(const Output& o) {
     for (const std::wstring& id : o.ids) d << id << L',';
     d << L'\n';
     for (const StatusSubTableRecord& s : o.subs) DigestSub(d, s);
+    for (const TicketTableRecord& t : o.tickets) DigestTicket(d, t);
     return d.str();
 }
 
@@ -279,6 +284,40 @@ std::vector<Operation>& Operations() {
                    [](int64_t, Output& o) {
                        o.subs.clear();
                        o.ok = Get().raw->GetStatusSubRecords(false, o.subs);
+                   },
+                   nullptr, nullptr, kMinTime});
+    // Every ticket, whole, through the store's query object as a host would
+    // read them: one query, then each record's elements into a record.
+    ops.push_back({"TicketRecords_1001", tickets,
+                   [](int64_t, Output& o) {
+                       dl_MultiValue query;
+                       query.InsertTickettype(1, TICKET_JDFTICKET);
+                       query.InsertKeys(1, "JDFTICKET.*");
+                       CDatabaseFactory::GetDatabaseInterface()->ExecuteQuery(&query);
+                       o.tickets.clear();
+                       std::list<TupElement*> row;
+                       const int count = query.GetRecordCount();
+                       // Every record has its columns in the same places: the
+                       // field each place fills is found once, as the raw side
+                       // finds its column positions once.
+                       std::vector<RawStore::TicketField> fields;
+                       for (int n = 0; n < count && query.GetRecord(n, row); ++n) {
+                           TicketTableRecord rec;
+                           if (fields.empty())
+                               for (const TupElement* e : row) fields.push_back(RawStore::FindTicketField(e->name));
+                           auto field = fields.begin();
+                           for (const TupElement* e : row)
+                               (field++)->Set(rec, e->type == PARAM_WSTRING ? static_cast<const wchar_t*>(e->value) : nullptr,
+                                              e->type == PARAM_INT ? static_cast<const int*>(e->value) : nullptr);
+                           rec.subTime = TimeStamp(0);
+                           rec.lastUpdateTime = TimeStamp(0);
+                           o.tickets.push_back(std::move(rec));
+                       }
+                       o.ok = count > 0;
+                   },
+                   [](int64_t, Output& o) {
+                       o.tickets.clear();
+                       o.ok = Get().raw->GetAllTicketRecords(o.tickets) && !o.tickets.empty();
                    },
                    nullptr, nullptr, kMinTime});
     // A full record added to a queue of `rows` entries; the new row is

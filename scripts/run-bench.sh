@@ -88,6 +88,7 @@ function label(op) {
     if (op == "GetJDF_1MiB") return "GetJDF, 1 MiB ticket"
     if (op == "GetAllQueueEntryIDs_10000") return "GetAllQueueEntryIDs, 10,000 rows"
     if (op == "StatusSubGetRecords_1000") return "GetRecords (status subs), 1,000 rows"
+    if (op == "TicketRecords_1001") return "ticket records by query object, 1,001"
     if (op == "LoggerLog") return "Logger::log, one line (raw: write(2))"
     if (op == "SystemCall") return "a system call alone (raw: getpid)"
     return op
