@@ -120,10 +120,7 @@ bool RawStore::GetTicketRecord(const std::wstring& qentryId, TicketTableRecord* 
     std::unique_ptr<sql::ResultSet> rows =
         Run("SELECT JDFTICKET.* FROM JDFTICKET WHERE ( JDFTICKET.QENTRYID = '" + Narrow(qentryId) + "' ) ");
     if (!rows || !rows->next()) return false;
-    ResolveColumns(*rows, kTicketTexts, kTicketInts, m_ticketColumns);
-    ReadRow(*rows, kTicketTexts, kTicketInts, m_ticketColumns, *rec);
-    rec->subTime = TimeStamp(0);
-    rec->lastUpdateTime = TimeStamp(0);
+    ReadTicket(*rows, *rec);
     return !rows->next();  // exactly one row
 }
 
@@ -192,14 +189,18 @@ bool RawStore::GetAllTicketRecords(std::vector<TicketTableRecord>& out) {
     std::unique_ptr<sql::ResultSet> rows = Run("SELECT JDFTICKET.* FROM JDFTICKET");
     if (!rows) return false;
     while (rows->next()) {
-        ResolveColumns(*rows, kTicketTexts, kTicketInts, m_ticketColumns);
-        TicketTableRecord rec;
-        ReadRow(*rows, kTicketTexts, kTicketInts, m_ticketColumns, rec);
-        rec.subTime = TimeStamp(0);
-        rec.lastUpdateTime = TimeStamp(0);
-        out.push_back(std::move(rec));
+        out.emplace_back();
+        ReadTicket(*rows, out.back());
     }
     return true;
+}
+
+// The row's ticket columns; the time stamps stay TimeStamp(0), as the library's do.
+void RawStore::ReadTicket(sql::ResultSet& rows, TicketTableRecord& rec) {
+    ResolveColumns(rows, kTicketTexts, kTicketInts, m_ticketColumns);
+    ReadRow(rows, kTicketTexts, kTicketInts, m_ticketColumns, rec);
+    rec.subTime = TimeStamp(0);
+    rec.lastUpdateTime = TimeStamp(0);
 }
 
 RawStore::TicketField RawStore::FindTicketField(const char* column) {

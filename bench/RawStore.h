@@ -58,6 +58,7 @@ public:
 
 private:
     std::unique_ptr<sql::ResultSet> Run(const std::string& text);
+    void ReadTicket(sql::ResultSet& rows, TicketTableRecord& rec);
 
     sql::Connection* m_connection;
     // Column positions of the two "SELECT TABLE.*" results, found once.

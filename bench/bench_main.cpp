@@ -129,9 +129,6 @@ bool IsStatement(const std::wstring& line) {
 
 std::string Shorten(const std::string& text) { return text.size() <= 160 ? text : text.substr(0, 160) + "..."; }
 
-// Runs the operation once on each side from the same table state; returns
-// an empty text when the raw side sent the library's statements and got the
-// same result, else what differs (details on stderr).
 // The bytes the library's trace writes for one call of each operation, line
 // by line, as Verify saw them.
 std::map<std::string, std::vector<std::string>>& TraceLines() {
@@ -139,6 +136,9 @@ std::map<std::string, std::vector<std::string>>& TraceLines() {
     return lines;
 }
 
+// Runs the operation once on each side from the same table state; returns
+// an empty text when the raw side sent the library's statements and got the
+// same result, else what differs (details on stderr).
 std::string Verify(const Operation& op) {
     Logger* logger = Logger::Initialise();
     const int mark = benchdata::MaxId();
@@ -514,41 +514,29 @@ void RegisterAll(int rounds) {
             state.counters["peak_MiB"] = benchdata::PeakMiB();
         })->Unit(benchmark::kMicrosecond)->MinTime(kMinTime);
     }
-    // Named Threads<operation>_c<connections>_t<threads>; the raw side (a
-    // connection per thread) only in the run with one library connection.
+    // Named Threads<operation>_c<connections>_t<threads>/<side>; the raw
+    // sides only in the run with one library connection: a connection per
+    // thread, and the pool's number shared by more threads than that.
     for (bool update : {false, true}) {
         for (int threads : {1, 2, 4, 8}) {
             for (int round = 1; round <= rounds; ++round) {
-                for (bool library : {true, false}) {
-                    if (!library && g_connections != 1) continue;
+                const auto add = [&](const char* side, int connections, bool library, int shared) {
                     const std::string name = std::string("Threads") +
                                              (update ? "UpdateTicketStatus" : "GetTicketStatus") + "_c" +
-                                             std::to_string(library ? g_connections : threads) + "_t" +
-                                             std::to_string(threads) + (library ? "/lib" : "/raw") +
-                                             "/trace_off/round:" + std::to_string(round);
-                    benchmark::RegisterBenchmark(name.c_str(), [update, library](benchmark::State& state) {
-                        MeasureThreads(state, update, library);
+                                             std::to_string(connections) + "_t" + std::to_string(threads) + "/" +
+                                             side + "/trace_off/round:" + std::to_string(round);
+                    benchmark::RegisterBenchmark(name.c_str(), [update, library, shared](benchmark::State& state) {
+                        MeasureThreads(state, update, library, shared);
                     })
                         ->Threads(threads)
                         ->UseRealTime()
                         ->Unit(benchmark::kMicrosecond)
                         ->MinTime(1.0);
-                }
-                // The bare connector sharing as many connections as the
-                // library's pool between more threads than that.
-                const int shared = g_sharedConnections;
-                if (g_connections != 1 || threads <= shared) continue;
-                const std::string name = std::string("Threads") +
-                                         (update ? "UpdateTicketStatus" : "GetTicketStatus") + "_c" +
-                                         std::to_string(shared) + "_t" + std::to_string(threads) +
-                                         "/rawshared/trace_off/round:" + std::to_string(round);
-                benchmark::RegisterBenchmark(name.c_str(), [update, shared](benchmark::State& state) {
-                    MeasureThreads(state, update, false, shared);
-                })
-                    ->Threads(threads)
-                    ->UseRealTime()
-                    ->Unit(benchmark::kMicrosecond)
-                    ->MinTime(1.0);
+                };
+                add("lib", g_connections, true, 0);
+                if (g_connections != 1) continue;
+                add("raw", threads, false, 0);
+                if (threads > g_sharedConnections) add("rawshared", g_sharedConnections, false, g_sharedConnections);
             }
         }
     }
