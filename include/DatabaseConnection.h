@@ -100,6 +100,7 @@ private:
 
     bool Connect(Slot& slot);
     bool ReEstablish(Slot& slot);
+    void LeaveRestingHost(Slot& slot);
 
     std::string m_userName;
     std::string m_password;

@@ -14,10 +14,12 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "private/ConnectOptions.h"
 #include "private/HostList.h"
 #include "private/MutexLock.h"
+#include "private/ServerErrors.h"
 #include "private/StoreSettings.h"
 
 namespace {
@@ -30,6 +32,7 @@ const char* const kSourcePath = "../../src/DatabaseConnection";
 struct CDatabaseConnection::Slot {
     mutex lock;
     sql::Connection* connection = nullptr;
+    size_t host = 0;   // the host of DBIPAddr it was opened to
     std::mutex lease;  // held by the thread the connection is leased to
 };
 
@@ -156,24 +159,56 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // A connection object held before is dropped, not closed (docs/kept-behaviours.md, C1).
     m_pDriver = nullptr;
     slot.connection = nullptr;
-    // One try per host of DBIPAddr until one answers (a single host: one try).
-    for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
+    // One try per host of DBIPAddr until one answers (a single host: one
+    // try), resting hosts passed over; with every host resting, the current
+    // one is tried once its rest is over.
+    std::vector<size_t> hosts;
+    for (size_t n = 0; n < m_pHosts->Size(); ++n)
+        if (!m_pHosts->Resting(m_pHosts->Attempt(n))) hosts.push_back(m_pHosts->Attempt(n));
+    if (hosts.empty()) {
+        hosts.push_back(m_pHosts->Attempt(0));
+        m_pHosts->WaitRested(hosts[0]);
+    }
+    for (size_t host : hosts) try {
         m_pDriver = get_driver_instance();
-        sql::ConnectOptionsMap options =
-            ConnectOptions(*m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
+        sql::ConnectOptionsMap options = ConnectOptions(*m_pSettings, m_pHosts->Name(host), m_userName, m_password);
         slot.connection = m_pDriver->connect(options);
+        slot.host = host;
         m_bConnected = true;
-        m_pHosts->Answered(attempt);
+        m_pHosts->Answered(host);
+        break;
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
         m_pLogger->log(kLevel, L"MySQL error code: %d", e.getErrorCode());
         m_pLogger->log(kLevel, L"SQLState: %s", e.getSQLState().c_str());
+        if (ClassifyServerError(e.getErrorCode()) == ServerError::Lost) {
+            m_pHosts->Rest(host);
+            continue;
+        }
+        // The server is there and said no (a refused login, a TLS set-up that
+        // failed): every other host would say the same.
+        m_pLogger->log(kLevel, L"CDatabaseConnection : %s refused the connection (error %d); no other host is tried",
+                       m_pHosts->Name(host).c_str(), e.getErrorCode());
+        break;
     } catch (std::exception& e) {
         m_pLogger->log(kLevel, L" CDatabaseConnection::InitConnection:Error in %s", kSourcePath);
         m_pLogger->log(kLevel, L"CDatabaseConnection::InitConnection: Error %s", e.what());
     }
     return m_bConnected;
+}
+
+// A connection whose host was lost: with other hosts it moves on before its
+// next statement; alone, that statement waits for the host's rest to end, so
+// the connector's own reconnect does not hammer a down server.
+void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
+    if (slot.connection == nullptr || !m_pHosts->Resting(slot.host)) return;
+    if (m_pHosts->Size() == 1) {
+        m_pHosts->WaitRested(slot.host);
+        return;
+    }
+    MutexLock lock(slot.lock);
+    Connect(slot);
 }
 
 sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) { return Execute(query).rows; }
@@ -182,6 +217,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
     m_pLogger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
     Lease lease(*this);
     Slot& slot = lease.slot();
+    LeaveRestingHost(slot);
     if (slot.connection == nullptr || slot.connection->isClosed()) {
         m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
         if (!ReEstablish(slot)) {
@@ -222,8 +258,13 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
             m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
         }
         delete statement;  // the result set stays valid for the caller
-        // Several hosts: a lost server moves this connection on to the next now.
-        if (error != 0 && m_pHosts->Lost(error)) Connect(slot);
+        // A lost server rests; with several hosts this connection moves on to the next now.
+        if (ClassifyServerError(error) == ServerError::Lost) {
+            m_pHosts->Rest(slot.host);
+            if (m_pHosts->Lost(error)) Connect(slot);
+        } else {
+            m_pHosts->Serving(slot.host);
+        }
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return {result, error, matched};
