@@ -1,6 +1,7 @@
 #ifndef NORVA_CMYSQLDATABASEINTERFACE_H
 #define NORVA_CMYSQLDATABASEINTERFACE_H
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ class ResultSet;
 }
 class Logger;
 struct StoreProfile;
+struct WriteCheck;
 
 /// The MySQL implementation of the generic store; one per process.
 ///
@@ -111,7 +113,14 @@ private:
     CDatabaseConnection::Outcome Exec(std::string& text);
     /// What a change answers: always true in the exact profile; in the safe one
     /// true only when the server took it and, with `needsRow`, it matched a row.
-    bool Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what);
+    /// When the connection broke before the answer came, `lost` gives the
+    /// check that reads back whether the change took effect.
+    bool Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what,
+                const std::function<WriteCheck()>& lost = nullptr);
+    /// A select of the row of `key` whose columns match `terms` (MatchTerm's).
+    std::string RowProbe(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const std::string& terms);
+    /// Appends " AND name <=> value" to `terms`.
+    void MatchTerm(std::ostringstream& terms, const char* name, PARAM_TYPE_NV type, const void* value);
     /// A table or column name ("TABLE.COLUMN" too) as it goes into a statement.
     std::string Name(const std::string& name) const;
     /// A value with its quotes ("NULL" for a time stamp that is not set, in the safe profile).

@@ -24,6 +24,7 @@
 
 #include "TimeStamp.h"
 #include "dl_MultiValue.h"
+#include "private/LostWrite.h"
 #include "private/MutexLock.h"
 #include "private/ResultBlock.h"
 #include "private/StoreProfile.h"
@@ -390,9 +391,12 @@ CDatabaseConnection::Outcome CMysqlDatabaseInterface::Exec(std::string& text) {
     return outcome;
 }
 
-bool CMysqlDatabaseInterface::Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what) {
+bool CMysqlDatabaseInterface::Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what,
+                                     const std::function<WriteCheck()>& lost) {
     delete outcome.rows;
     if (!m_pProfile->truthfulAnswers) return true;
+    if (lost && AnswerMayBeLost(outcome.error))
+        return ReadBackLostWrite([this](std::string& text) { return Exec(text); }, m_pLogger, lost());
     if (outcome.error != 0) {
         m_pLogger->log(kLevel, L"CMysqlDatabaseInterface::%ls : the server refused the statement (error %d)", what,
                        outcome.error);
@@ -403,6 +407,21 @@ bool CMysqlDatabaseInterface::Answer(CDatabaseConnection::Outcome outcome, bool 
         return false;
     }
     return true;
+}
+
+std::string CMysqlDatabaseInterface::RowProbe(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
+                                              const std::string& terms) {
+    std::ostringstream text;
+    text << "SELECT 1 FROM " << Name(GetTicketType(table));
+    AppendWhereKey(text, table, key, keyType);
+    text << terms;
+    return text.str();
+}
+
+void CMysqlDatabaseInterface::MatchTerm(std::ostringstream& terms, const char* name, PARAM_TYPE_NV type,
+                                        const void* value) {
+    terms << " AND " << Name(name) << " <=> ";
+    Literal(terms, type, value);
 }
 
 std::string CMysqlDatabaseInterface::Name(const std::string& name) const {
@@ -508,7 +527,9 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
         Literal(text, keyType, key);
         text << ")";
         std::string statement = text.str();
-        result = Answer(Exec(statement), false, L"AddNewTicket()");
+        result = Answer(Exec(statement), false, L"AddNewTicket()", [&] {
+            return WriteCheck{RowProbe(table, key, keyType, ""), true};
+        });
     });
     return result;
 }
@@ -521,7 +542,9 @@ bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key
         text << "DELETE FROM " << Name(GetTicketType(table)) << " WHERE " << Name(GetPrimaryKey(table)) << "=";
         Literal(text, keyType, key);
         std::string statement = text.str();
-        result = Answer(Exec(statement), false, L"DeleteTicket()");
+        result = Answer(Exec(statement), false, L"DeleteTicket()", [&] {
+            return WriteCheck{RowProbe(table, key, keyType, ""), false};
+        });
     });
     return result;
 }
@@ -546,7 +569,11 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
         Literal(text, valueType, value);
         AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
-        result = Answer(Exec(statement), true, L"AddParameter()");
+        result = Answer(Exec(statement), true, L"AddParameter()", [&] {
+            std::ostringstream terms;
+            MatchTerm(terms, name, valueType, value);
+            return WriteCheck{RowProbe(table, key, keyType, terms.str()), true};
+        });
     });
     return result;
 }
@@ -638,7 +665,9 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
             // Refused by the server, only logged (docs/kept-behaviours.md, S4).
             statement = KeyedColumnStatement("DELETE", name, table, key, keyType);
         }
-        result = Answer(Exec(statement), true, L"DeleteParameter()");
+        result = Answer(Exec(statement), true, L"DeleteParameter()", [&] {
+            return WriteCheck{RowProbe(table, key, keyType, " AND " + Name(name) + " IS NULL"), true};
+        });
     });
     return result;
 }
@@ -661,7 +690,11 @@ bool CMysqlDatabaseInterface::AddBlob(TICKET_TYPE_NV table, const void* key, PAR
         else
             text += Quotable(Narrow(key));
         text += "'";
-        result = Answer(Exec(text), true, L"AddBlob()");
+        result = Answer(Exec(text), true, L"AddBlob()", [&] {
+            std::ostringstream terms;
+            MatchTerm(terms, name, PARAM_WSTRING, blob ? blob->data : L"");
+            return WriteCheck{RowProbe(table, key, keyType, terms.str()), true};
+        });
     });
     return result;
 }
@@ -984,7 +1017,12 @@ bool CMysqlDatabaseInterface::WriteRow(TICKET_TYPE_NV table, const void* key, PA
         }
         AppendWhereKey(text, table, key, keyType);
         std::string statement = text.str();
-        result = Answer(Exec(statement), true, L"WriteRow()");
+        result = Answer(Exec(statement), true, L"WriteRow()", [&] {
+            std::ostringstream terms;
+            for (size_t i = 0; i < count; ++i)
+                MatchTerm(terms, ColumnPart(columns[i].column), LiteralType(columns[i].type), columns[i].value);
+            return WriteCheck{RowProbe(table, key, keyType, terms.str()), true};
+        });
     });
     return result;
 }
@@ -1083,7 +1121,13 @@ bool CMysqlDatabaseInterface::InsertOneStatement(TICKET_TYPE_NV table, void* key
             if (attempt == kAttemptsBeforeResync) RaiseMarkToKeys(table);
             continue;
         }
-        if (Answer(outcome, false, L"InsertRow()")) return true;
+        const auto check = [&] {
+            std::ostringstream terms;
+            for (const auto& column : written)
+                MatchTerm(terms, column.first, LiteralType(column.second->type), column.second->value);
+            return WriteCheck{RowProbe(table, key, keyType, terms.str()), true};
+        };
+        if (Answer(outcome, false, L"InsertRow()", check)) return true;
         break;
     }
     if (generate) ClearKey(key, keyType);

@@ -86,7 +86,7 @@ void CutProxy::AcceptLoop() {
         // While held, connections stay in the backlog, unanswered.
         fds[1].events = m_held ? 0 : POLLIN;
         if (::poll(fds, 2, 50) < 0 || fds[0].revents) return;
-        if (!(fds[1].revents & POLLIN)) continue;
+        if (m_held || !(fds[1].revents & POLLIN)) continue;
         const int client = ::accept4(m_listen, nullptr, nullptr, SOCK_CLOEXEC);
         if (client < 0) continue;
         ++m_accepted;
