@@ -3,7 +3,7 @@
 # runs the cluster tests against it and stops every node again, whatever
 # happens (the nodes are stopped by the EXIT trap even when a test fails or
 # the run is interrupted). The tests are killed if the whole run, cluster
-# start included, would otherwise take more than 3 minutes (built already).
+# start included, would otherwise take more than 4 minutes (built already).
 #
 #   scripts/run-cluster.sh
 #
@@ -14,6 +14,14 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
 norva_build plain -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON --target cluster_test >/dev/null
+
+# The cluster and its tests run in a network namespace of their own, with a
+# loopback of its own, so that a test can make a node unreachable with
+# iptables without touching the machine's own tables. Without the rights to
+# make one, that case is skipped.
+if [[ ${NORVA_TEST_NETNS:-} != 1 ]] && unshare -n true 2>/dev/null; then
+    exec env NORVA_TEST_NETNS=1 unshare -n bash -c 'ip link set lo up && exec bash "$0"' "$0"
+fi
 
 cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
 # shellcheck disable=SC2317  # called from the EXIT trap
@@ -44,8 +52,8 @@ unset NORVA_TEST_DB NORVA_TEST_DB_DIR
 work="$build/tests/work/cluster_test"
 mkdir -p "$work"
 status=0
-# Whatever the start took, the whole run stays within 3 minutes.
-budget=$((170 - (SECONDS - started)))
+# Whatever the start took, the whole run stays within 4 minutes.
+budget=$((230 - (SECONDS - started)))
 ((budget >= 60)) || budget=60
 (cd "$work" && timeout --kill-after=5 "$budget" "$build/tests/cluster_test") || status=$?
 echo "run-cluster: done in $((SECONDS - started)) s, status $status"
