@@ -101,6 +101,7 @@ private:
     bool Connect(Slot& slot);
     bool ReEstablish(Slot& slot);
     void LeaveRestingHost(Slot& slot);
+    void MoveOn(Slot& slot);
 
     std::string m_userName;
     std::string m_password;

@@ -208,6 +208,15 @@ void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
         return;
     }
     MutexLock lock(slot.lock);
+    MoveOn(slot);
+}
+
+// The slot's server is lost and another host is left: the old connection is
+// closed and freed (a small quit message, which the socket takes at once
+// even when nobody reads it), then the connect goes on to the next host.
+void CDatabaseConnection::MoveOn(Slot& slot) {
+    delete slot.connection;
+    slot.connection = nullptr;
     Connect(slot);
 }
 
@@ -261,7 +270,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
         // A lost server rests; with several hosts this connection moves on to the next now.
         if (ClassifyServerError(error) == ServerError::Lost) {
             m_pHosts->Rest(slot.host);
-            if (m_pHosts->Lost(error)) Connect(slot);
+            if (m_pHosts->Lost(error)) MoveOn(slot);
         } else {
             m_pHosts->Serving(slot.host);
         }

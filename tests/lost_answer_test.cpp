@@ -61,6 +61,7 @@ protected:
         EXPECT_TRUE(StoreRelay().HasCut()) << "no statement contained " << marker;
         return answer;
     }
+    testing_support::Watchdog watchdog{60};
     std::string Ticket(int status) {
         CTicketRecord rec;
         rec.jdf = L"<JDF ID=\"lost\"/>", rec.status = status;
@@ -139,6 +140,7 @@ std::string Select(CDatabaseConnection& connection, int& error) {
 }
 
 TEST(SeveralHosts, RefusedLoginStopsAtTheFirstHost) {
+    testing_support::Watchdog watchdog(60);
     CutProxy a(testing_support::DbHost()), b(testing_support::DbHost()), c(testing_support::DbHost());
     testing_support::LogCapture log;
     CDatabaseConnection& connection = *Connect(a.Host() + "," + b.Host() + "," + c.Host(), "not-the-password");
@@ -156,6 +158,7 @@ TEST(SeveralHosts, RefusedLoginStopsAtTheFirstHost) {
 }
 
 TEST(SeveralHosts, AHostThatStopsAnsweringIsLeftForTheNext) {
+    testing_support::Watchdog watchdog(60);
     ConfigurationControl::SetReadTimeout(kTimeout);
     ConfigurationControl::SetConnectTimeout(kTimeout);
     CutProxy a(testing_support::DbHost()), b(testing_support::DbHost()), c(testing_support::DbHost());
