@@ -208,12 +208,13 @@ void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
         return;
     }
     MutexLock lock(slot.lock);
-    MoveOn(slot);
+    if (m_pHosts->Resting(slot.host)) MoveOn(slot);  // another thread sharing the slot may have moved it on
 }
 
 // The slot's server is lost and another host is left: the old connection is
 // closed and freed (a small quit message, which the socket takes at once
-// even when nobody reads it), then the connect goes on to the next host.
+// even when nobody reads it; result sets already handed out hold their own
+// rows), then the connect goes on to the next host.
 void CDatabaseConnection::MoveOn(Slot& slot) {
     delete slot.connection;
     slot.connection = nullptr;

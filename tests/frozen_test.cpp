@@ -75,10 +75,10 @@ TEST(FrozenServer, CallsAnswerFalseWithinTheBoundAndSucceedOnceResumed) {
     {
         testing_support::Freeze freeze(testing_support::ServerPid(testing_support::DbDir()), 30);
         frozen = Clock::now();
-        std::this_thread::sleep_for(std::chrono::seconds(7));
+        std::this_thread::sleep_for(std::chrono::seconds(5));
         resumed = Clock::now();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(kBound) + std::chrono::seconds(2));
+    std::this_thread::sleep_for(kBound + std::chrono::seconds(1));
     stop = true;
     for (std::thread& thread : threads) thread.join();
 
