@@ -9,7 +9,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <stdexcept>
+#include <string>
 
 namespace testing_support {
 
@@ -95,6 +97,60 @@ void CutProxy::AcceptLoop() {
     }
 }
 
+namespace {
+
+// The client's side of one connection, read as the server's protocol
+// frames it: a 3-byte length, a sequence number, then the payload, whose
+// first byte names the command. Statements come as text (COM_QUERY, 3) or
+// are prepared once (COM_STMT_PREPARE, 22, answered with the statement's
+// id) and then executed by id (COM_STMT_EXECUTE, 23).
+struct ClientPackets {
+    std::string pending;                // bytes not yet a whole packet
+    std::map<uint32_t, std::string> prepared;  // statement id -> text
+    std::string preparing;              // text of a prepare whose answer is awaited
+    bool awaitingId = false;
+
+    // The next whole packet of the client's bytes, or false.
+    bool Next(std::string& packet) {
+        if (pending.size() < 4) return false;
+        const size_t length = static_cast<unsigned char>(pending[0]) |
+                              static_cast<unsigned char>(pending[1]) << 8 |
+                              static_cast<size_t>(static_cast<unsigned char>(pending[2])) << 16;
+        if (pending.size() < 4 + length) return false;
+        packet = pending.substr(0, 4 + length);
+        pending.erase(0, 4 + length);
+        return true;
+    }
+    // The statement text a command packet runs; empty for other packets.
+    std::string Statement(const std::string& packet) {
+        if (packet.size() < 5) return "";
+        const unsigned char command = static_cast<unsigned char>(packet[4]);
+        if (command == 3) return packet.substr(5);
+        if (command == 22) {
+            preparing = packet.substr(5), awaitingId = true;
+            return "";
+        }
+        if (command == 23 && packet.size() >= 9) {
+            uint32_t id = 0;
+            std::memcpy(&id, packet.data() + 5, 4);
+            const auto text = prepared.find(id);
+            return text == prepared.end() ? "" : text->second;
+        }
+        return "";
+    }
+    // The server's answer to a prepare starts with 0 and the statement's id.
+    void ServerSaid(const char* data, size_t size) {
+        if (!awaitingId || size < 9) return;
+        awaitingId = false;
+        if (data[4] != 0) return;
+        uint32_t id = 0;
+        std::memcpy(&id, data + 5, 4);
+        prepared[id] = preparing;
+    }
+};
+
+}  // namespace
+
 void CutProxy::Relay(int client) {
     const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = Loopback(m_targetPort);
@@ -103,10 +159,12 @@ void CutProxy::Relay(int client) {
         if (server >= 0) ::close(server);
         return;
     }
+    ClientPackets packets;
     bool dropAnswer = false;  // the statement went through: its answer is cut
     std::vector<char> buffer(1 << 16);
     pollfd fds[3] = {{m_stop[0], POLLIN, 0}, {client, POLLIN, 0}, {server, POLLIN, 0}};
-    while (true) {
+    bool open = true;
+    while (open) {
         const short wanted = m_held ? 0 : POLLIN;
         fds[1].events = fds[2].events = wanted;
         if (::poll(fds, 3, 50) < 0 || fds[0].revents) break;
@@ -114,24 +172,31 @@ void CutProxy::Relay(int client) {
         if (fds[1].revents) {
             const ssize_t got = ::recv(client, buffer.data(), buffer.size(), 0);
             if (got <= 0) break;
-            Cut where;
-            if (Armed(buffer.data(), static_cast<size_t>(got), where)) {
-                if (where == Cut::BeforeStatement) {
-                    m_cutDone = true;
-                    break;
+            packets.pending.append(buffer.data(), static_cast<size_t>(got));
+            std::string packet;
+            while (open && packets.Next(packet)) {
+                Cut where;
+                const std::string statement = packets.Statement(packet);
+                if (!statement.empty() && Armed(statement.data(), statement.size(), where)) {
+                    if (where == Cut::BeforeStatement) {
+                        m_cutDone = true;
+                        open = false;
+                        break;
+                    }
+                    dropAnswer = true;
                 }
-                dropAnswer = true;
+                open = SendAll(server, packet.data(), packet.size());
             }
-            if (!SendAll(server, buffer.data(), static_cast<size_t>(got))) break;
         }
-        if (fds[2].revents) {
+        if (open && fds[2].revents) {
             const ssize_t got = ::recv(server, buffer.data(), buffer.size(), 0);
             if (got <= 0) break;
             if (dropAnswer) {
                 m_cutDone = true;
                 break;
             }
-            if (!SendAll(client, buffer.data(), static_cast<size_t>(got))) break;
+            packets.ServerSaid(buffer.data(), static_cast<size_t>(got));
+            open = SendAll(client, buffer.data(), static_cast<size_t>(got));
         }
     }
     ::close(client);

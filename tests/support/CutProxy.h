@@ -30,7 +30,8 @@ public:
     std::string Host() const;  // "tcp://127.0.0.1:PORT" of the relay
     int Accepted() const { return m_accepted; }
 
-    // The next statement whose bytes contain `marker` is cut there, once.
+    // The next statement whose text contains `marker` is cut there, once:
+    // a statement sent as text, or the execution of a prepared one.
     void CutNext(const std::string& marker, Cut where);
     bool HasCut() const { return m_cutDone; }
     // While held, no byte moves either way and new connections wait unanswered.
