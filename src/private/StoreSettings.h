@@ -24,6 +24,7 @@ struct StoreSettings {
     int writeTimeout = 0;
     std::string user;          // DBUser; empty: the compiled-in account
     std::string passwordFile;  // DBPasswordFile
+    std::string password;      // the first line of DBPasswordFile; never logged or printed
     TlsMode tls = TlsMode::Off;
     std::string tlsCA;
     std::string tlsCert;

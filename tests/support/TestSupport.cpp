@@ -7,6 +7,8 @@
 #include <cppconn/statement.h>
 #include <gtest/gtest.h>
 #include <mysql_driver.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -77,10 +79,13 @@ void LogCapture::Clear() {
 
 RawDb::RawDb() {
     if (DbHost().empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
+    // The server's administrator over its socket: tests also change the
+    // schema, which the library's account may not.
+    const passwd* login = getpwuid(geteuid());
     sql::ConnectOptionsMap options;
-    options["hostName"] = sql::SQLString(DbHost());
-    options["userName"] = sql::SQLString("lumbo27");
-    options["password"] = sql::SQLString("lumbo27");
+    options["hostName"] = sql::SQLString("unix://" + DbDir() + "/mysqld.sock");
+    options["userName"] = sql::SQLString(login ? login->pw_name : "root");
+    options["password"] = sql::SQLString("");
     options["schema"] = sql::SQLString("jdfdb");
     options["OPT_RECONNECT"] = true;
     options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");

@@ -54,7 +54,7 @@ private:
     int m_oldLevel;
 };
 
-// A connection of its own (not the library's) for setting up and reading back tables.
+// A connection of its own (not the library's, the administrator's) for setting up and reading back tables.
 class RawDb {
 public:
     RawDb();
