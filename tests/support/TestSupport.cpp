@@ -7,6 +7,7 @@
 #include <cppconn/statement.h>
 #include <gtest/gtest.h>
 #include <mysql_driver.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <pwd.h>
 #include <signal.h>
@@ -153,7 +154,7 @@ const char kResultMark[] = "\x01result=";
 ChildRun InChild(const std::function<bool()>& body, int seconds) {
     ChildRun run;
     int out[2];
-    if (pipe(out) != 0) return run;
+    if (pipe2(out, O_CLOEXEC) != 0) return run;  // not inherited by servers the child starts
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
