@@ -286,6 +286,109 @@ TEST_F(Tls_, RequiredReconnectsThroughTheCheckAfterARestart) {
     EXPECT_TRUE(run.result) << run;
 }
 
+// ---- what crosses the wire ----
+
+// tcpdump on `lo` of the current network namespace, writing to `file`;
+// started when it says it listens, stopped (and reaped) when destroyed.
+// Without --immediate-mode, packets still in the kernel's buffer when it
+// is stopped are never written.
+class Capture {
+public:
+    Capture(const std::string& file, const std::string& port) {
+        const std::string err = file + ".err";
+        m_pid = fork();
+        if (m_pid == 0) {
+            std::freopen(err.c_str(), "w", stderr);
+            execlp("tcpdump", "tcpdump", "--immediate-mode", "-i", "lo", "-U", "-s", "0", "-w", file.c_str(), "tcp", "port", port.c_str(),
+                   static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        std::ofstream(file + ".pid") << m_pid;  // for the test's parent, should this process be killed
+        for (int i = 0; i < 200 && !Listening(err); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ~Capture() { Stop(); }
+    bool Listening(const std::string& err) const {
+        std::ifstream in(err);
+        return std::string(std::istreambuf_iterator<char>(in), {}).find("listening on") != std::string::npos;
+    }
+    void Stop() {
+        if (m_pid <= 0) return;
+        kill(m_pid, SIGINT);
+        for (int i = 0; i < 100 && waitpid(m_pid, nullptr, WNOHANG) == 0; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+        m_pid = -1;
+    }
+
+private:
+    pid_t m_pid = -1;
+};
+
+bool FileHolds(const std::string& file, const std::string& text) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {}).find(text) != std::string::npos;
+}
+
+void Note(const std::string& text) { Logger::Initialise()->log(LOG_LEVEL_5, L"capture: %s", text.c_str()); }
+
+const char kCapturePassword[] = "Cap-Pw-83hdq1";
+
+// Inside a network namespace of its own: a TLS server on its `lo` that also
+// takes plain clients, an account with a password file, and one AddTicket
+// with a recognisable JDF per way of connecting, each captured by tcpdump.
+// Notes "MODE traffic=0|1 jdf=0|1 password=0|1" for each (traffic: more
+// than 2,000 bytes captured).
+bool CaptureInNamespace(const std::string& dir) {
+    if (unshare(CLONE_NEWNET) != 0 || Shell("ip link set lo up") != 0) return Note("no network namespace"), false;
+    if (Shell("bash " + Script("db-start.sh") + " --tls " + dir + " -- --require-secure-transport=OFF") != 0)
+        return Note("the server did not start"), false;
+    std::map<std::string, std::string> env = ReadEnv(dir);
+    const std::string host = env["NORVA_TEST_DB"], port = host.substr(host.rfind(':') + 1);
+    Shell("mariadb --no-defaults -S " + dir + "/mysqld.sock -e \"CREATE USER capture@\\\"%\\\" IDENTIFIED BY \\\"" +
+          kCapturePassword + "\\\"; GRANT SELECT, INSERT, UPDATE, DELETE ON jdfdb.* TO capture@\\\"%\\\"\"");
+    const std::string passwordFile = dir + "/capture-password";
+    std::ofstream(passwordFile) << kCapturePassword << "\n";
+    chmod(passwordFile.c_str(), 0600);
+    for (const Tls& tls : {Tls{"verify-identity", env["NORVA_TEST_DB_CA"], "", ""}, Tls{"off", "", "", ""}}) {
+        const std::string file = dir + "/" + tls.mode + ".pcap", marker = std::string("capture-marker-") + tls.mode;
+        Capture capture(file, port);
+        const ChildRun run = InChild([&] {
+            Configure(host, tls);
+            ConfigurationControl::SetDBUser("capture");
+            ConfigurationControl::SetDBPasswordFile(passwordFile);
+            TicketTableRecord ticket;
+            ticket.jdf = L"<JDF ID=\"" + StringUtils::wstringFromstring(marker) + L"\" DescriptiveName=\"Müller\"/>";
+            std::wstring back;
+            ITicketDataProvider* tickets = CDataAccessProvider::GetInstance()->GetTicketDataProvider();
+            return tickets->AddTicket(&ticket) && tickets->GetJDF(ticket.qentryId, back) && back == ticket.jdf;
+        });
+        capture.Stop();
+        if (!run.result) return Note(std::string(tls.mode) + ": AddTicket failed"), false;
+        std::ifstream captured(file, std::ios::binary | std::ios::ate);
+        Note(std::string(tls.mode) + " traffic=" + (captured.tellg() > 2000 ? "1" : "0") +
+             " jdf=" + (FileHolds(file, marker) ? "1" : "0") + " password=" + (FileHolds(file, kCapturePassword) ? "1" : "0"));
+    }
+    return true;
+}
+
+TEST(Capture, NeitherJdfNorPasswordCrossInClearOverTls) {
+    if (geteuid() != 0 || Shell("command -v tcpdump && command -v ip") != 0)
+        GTEST_SKIP() << "needs root and tcpdump (scripts/install-deps.sh)";
+    char dir[] = "/tmp/norvacap.XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(dir));
+    const ChildRun run = InChild([&] { return CaptureInNamespace(dir); }, 90);
+    // Whatever happened in the child: its server and tcpdump are stopped.
+    Shell("bash " + Script("db-stop.sh") + " " + dir);
+    for (const char* mode : {"verify-identity", "off"})
+        Shell(std::string("p=$(cat ") + dir + "/" + mode + ".pcap.pid) && [[ $(cat /proc/$p/comm) == tcpdump ]] && kill -9 $p");
+    Shell(std::string("rm -rf ") + dir);
+    ASSERT_TRUE(run.result) << run;
+    EXPECT_TRUE(run.Logged("capture: verify-identity traffic=1 jdf=0 password=0")) << run;
+    // The same capture of a plain connection holds the JDF: the capture sees the traffic.
+    EXPECT_TRUE(run.Logged("capture: off traffic=1 jdf=1 password=0")) << run;
+}
+
 const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new TlsServerEnvironment);
 
 }  // namespace
