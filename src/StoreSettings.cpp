@@ -74,9 +74,8 @@ const TlsMode kTlsModes[] = {TlsMode::Off, TlsMode::Required, TlsMode::VerifyCA,
 const char* const kClusterWriteNames[] = {"one", "any"};
 const ClusterWrites kClusterWriteModes[] = {ClusterWrites::One, ClusterWrites::Any};
 
-// The password: the first line of DBPasswordFile, a file only its owner may
-// read (as ssh and .pgpass insist). Nothing falls back to the compiled-in
-// account once DBUser is set. The text of a problem never holds the password.
+// The account of DBUser and its password; nothing falls back to the
+// compiled-in account once DBUser is set.
 void ReadCredentials(StoreSettings& s) {
     if (s.user.empty()) {
         if (!s.passwordFile.empty())
@@ -87,32 +86,9 @@ void ReadCredentials(StoreSettings& s) {
         s.problems.push_back("DBUser = \"" + s.user + "\" has no DBPasswordFile: name the file holding its password");
         return;
     }
-    const std::string named = "DBPasswordFile = \"" + s.passwordFile + "\"";
-    const int fd = ::open(s.passwordFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0) {
-        s.problems.push_back(named + " cannot be read: " + std::strerror(errno));
-        return;
-    }
-    struct stat info;
-    std::string text;
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        s.problems.push_back(named + " is not a regular file");
-    } else if ((info.st_mode & 077) != 0) {
-        char mode[8];
-        std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
-        s.problems.push_back(named + " may be read by group or others (mode " + mode + "): chmod 600 " +
-                             s.passwordFile);
-    } else {
-        char buffer[4096];
-        ssize_t n;
-        while (text.find('\n') == std::string::npos && (n = ::read(fd, buffer, sizeof buffer)) > 0)
-            text.append(buffer, static_cast<size_t>(n));
-        text.erase(std::min(text.find('\n'), text.size()));
-        if (!text.empty() && text.back() == '\r') text.pop_back();
-        if (text.empty()) s.problems.push_back(named + " holds no password on its first line");
-    }
-    ::close(fd);
-    s.password = text;
+    std::string problem;
+    s.password = ReadPasswordFile(s.passwordFile, problem);
+    if (!problem.empty()) s.problems.push_back("DBPasswordFile = " + problem);
 }
 
 // The certificate files DBTLS needs, and no certificate file without a mode that uses it.
@@ -138,6 +114,37 @@ void CheckTls(StoreSettings& s) {
 }
 
 }  // namespace
+
+// A file others may read is refused, as ssh and .pgpass refuse one. The
+// text of a problem never holds the password.
+std::string ReadPasswordFile(const std::string& path, std::string& problem) {
+    const std::string named = "\"" + path + "\"";
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        problem = named + " cannot be read: " + std::strerror(errno);
+        return std::string();
+    }
+    struct stat info;
+    std::string text;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        problem = named + " is not a regular file";
+    } else if ((info.st_mode & 077) != 0) {
+        char mode[8];
+        std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+        problem = named + " may be read by group or others (mode " + mode + "): chmod 600 " + path;
+    } else {
+        char buffer[4096];
+        ssize_t n;
+        while (text.find('\n') == std::string::npos && (n = ::read(fd, buffer, sizeof buffer)) > 0)
+            text.append(buffer, static_cast<size_t>(n));
+        text.erase(std::min(text.find('\n'), text.size()));
+        if (!text.empty() && text.back() == '\r') text.pop_back();
+        if (text.empty()) problem = named + " holds no password on its first line";
+    }
+    ::close(fd);
+    if (!problem.empty()) text.clear();
+    return text;
+}
 
 StoreSettings ReadStoreSettings() {
     StoreSettings s;

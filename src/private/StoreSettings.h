@@ -38,4 +38,8 @@ struct StoreSettings {
 // The settings as the configuration holds them now.
 StoreSettings ReadStoreSettings();
 
+// The password on the first line of `path`, a regular file only its owner
+// may read. Empty, with `problem` naming the file and the fix, otherwise.
+std::string ReadPasswordFile(const std::string& path, std::string& problem);
+
 #endif
