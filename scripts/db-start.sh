@@ -136,7 +136,10 @@ write_env() {
 }
 
 # TLS: the CA (unless one is there), the server's and a client's certificate.
-# The server's key must be readable by the user it runs as.
+# The server's key must be readable by the user it runs as. The server reads
+# one options file, whose [sst] group only a cluster node's state transfer
+# uses: it then goes through stunnel, checked against the CA.
+defaults_opt=(--no-defaults)
 tls_opts=()
 setup_tls() {
     local t="$dir/tls"
@@ -146,6 +149,8 @@ setup_tls() {
     [[ $run_as == root ]] || chown "$run_as:" "$t/server-key.pem"
     tls_opts=(--ssl-ca="$t/ca.pem" --ssl-cert="$t/server.pem" --ssl-key="$t/server-key.pem"
         --require-secure-transport=ON)
+    printf '[sst]\ntca=%s\ntcert=%s\ntkey=%s\n' "$t/ca.pem" "$t/server.pem" "$t/server-key.pem" >"$t/sst.cnf"
+    defaults_opt=(--defaults-file="$t/sst.cnf")
 }
 
 report() {
@@ -199,7 +204,7 @@ else
 fi
 
 rm -f "$dir/mysqld.pid" "$dir/mysqld.bgpid"
-setsid mariadbd --no-defaults "${user_opt[@]}" \
+setsid mariadbd "${defaults_opt[@]}" "${user_opt[@]}" \
     --datadir="$dir/data" --socket="$sock" --port="$port" --bind-address=127.0.0.1 \
     --pid-file="$dir/mysqld.pid" --log-error="$dir/mysqld.err" --skip-name-resolve \
     --innodb-buffer-pool-size=64M --innodb-flush-log-at-trx-commit=2 --character-set-server=utf8mb4 \

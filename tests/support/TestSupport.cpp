@@ -83,7 +83,7 @@ void LogCapture::Clear() {
 }
 
 RawDb::RawDb() {
-    if (DbHost().empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
+    if (DbDir().empty()) throw std::runtime_error("NORVA_TEST_DB_DIR is not set: start the private server first");
     // The server's administrator over its socket: tests also change the
     // schema, which the library's account may not.
     const passwd* login = getpwuid(geteuid());
