@@ -205,7 +205,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
                 matched = static_cast<long long>(statement->getUpdateCount());
             }
         } catch (sql::SQLException& e) {
-            error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
+            error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
             const std::wstring message = StringUtils::wstringFromstring(e.what());
             const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
             m_pLogger->log(kLevel, L"SQLException:");
