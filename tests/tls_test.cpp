@@ -340,8 +340,11 @@ const char kCapturePassword[] = "Cap-Pw-83hdq1";
 // than 2,000 bytes captured).
 bool CaptureInNamespace(const std::string& dir) {
     if (unshare(CLONE_NEWNET) != 0 || Shell("ip link set lo up") != 0) return Note("no network namespace"), false;
-    if (Shell("bash " + Script("db-start.sh") + " --tls " + dir + " -- --require-secure-transport=OFF") != 0)
-        return Note("the server did not start"), false;
+    if (Shell("bash " + Script("db-start.sh") + " --tls " + dir + " -- --require-secure-transport=OFF >" + dir +
+              "/start.log 2>&1") != 0) {
+        std::ifstream log(dir + "/start.log");
+        return Note("the server did not start: " + std::string(std::istreambuf_iterator<char>(log), {})), false;
+    }
     std::map<std::string, std::string> env = ReadEnv(dir);
     const std::string host = env["NORVA_TEST_DB"], port = host.substr(host.rfind(':') + 1);
     Shell("mariadb --no-defaults -S " + dir + "/mysqld.sock -e \"CREATE USER capture@\\\"%\\\" IDENTIFIED BY \\\"" +
