@@ -60,29 +60,28 @@ protected:
     }
 };
 
-TEST_F(Credentials, OwnerOnlyFileConnectsAsItsAccount) {
+TEST_F(Credentials, FileOthersMayReadIsRefusedOwnerOnlyConnectsAsItsAccount) {
+    WriteFile(kFile, kPassword, 0644);
+    const ChildRun open = ReadAs(kUser, kFile);
+    EXPECT_FALSE(open.result) << open;
+    EXPECT_TRUE(open.Logged(std::string("ERROR: the configuration is refused, nothing is sent: DBPasswordFile = \"") +
+                            kFile + "\" may be read by group or others (mode 0644): chmod 600 " + kFile))
+        << open;
+    EXPECT_FALSE(open.Logged("Access denied")) << "nothing may reach the server";
+    ExpectNoPassword(open);
+    WriteFile(kFile, kPassword, 0640);
+    EXPECT_TRUE(ReadAs(kUser, kFile).Logged("(mode 0640): chmod 600"));
+
     WriteFile(kFile, std::string(kPassword) + "\nsecond line ignored\n", 0600);
-    const ChildRun run = InChild([] {
+    const ChildRun owner = InChild([] {
         ConfigurationControl::SetDBUser(kUser);
         ConfigurationControl::SetDBPasswordFile(kFile);
         int status = -1;
         return testing_support::ReadStatusOfC1(status) && status == 7 &&
                LibraryScalar("SELECT CURRENT_USER()") == std::string(kUser) + "@%";
     });
-    EXPECT_TRUE(run.result) << run;
-    ExpectNoPassword(run);
-}
-
-TEST_F(Credentials, FileOthersMayReadIsRefusedWithTheFix) {
-    WriteFile(kFile, kPassword, 0644);
-    const ChildRun run = ReadAs(kUser, kFile);
-    EXPECT_FALSE(run.result) << run;
-    EXPECT_TRUE(run.Logged(std::string("ERROR: the configuration is refused, nothing is sent: DBPasswordFile = \"") +
-                           kFile + "\" may be read by group or others (mode 0644): chmod 600 " + kFile));
-    EXPECT_FALSE(run.Logged("Access denied")) << "nothing may reach the server";
-    ExpectNoPassword(run);
-    WriteFile(kFile, kPassword, 0640);
-    EXPECT_TRUE(ReadAs(kUser, kFile).Logged("(mode 0640): chmod 600"));
+    EXPECT_TRUE(owner.result) << owner;
+    ExpectNoPassword(owner);
 }
 
 TEST_F(Credentials, MissingFileOrNoFileNeverFallsBackToTheCompiledInAccount) {
