@@ -18,7 +18,7 @@ namespace {
 //   without TLS is refused before the account is sent;
 // - OPT_SSL_MODE is accepted and ignored.
 // So required and verify-ca also check, after connecting, that the session
-// is encrypted (PrepareSession), and the connector may not reconnect such a
+// is encrypted (CheckTransport), and the connector may not reconnect such a
 // connection by itself, which would skip that check.
 void AddTls(sql::ConnectOptionsMap& options, const StoreSettings& settings) {
     switch (settings.tls) {
@@ -74,7 +74,7 @@ sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::
     return options;
 }
 
-std::string PrepareSession(sql::Connection& connection, const StoreSettings& settings) {
+std::string CheckTransport(sql::Connection& connection, const StoreSettings& settings) {
     if (settings.tls == TlsMode::Off) return std::string();
     std::unique_ptr<sql::Statement> statement(connection.createStatement());
     std::unique_ptr<sql::ResultSet> rows(statement->executeQuery("SHOW SESSION STATUS LIKE 'Ssl_cipher'"));
@@ -103,7 +103,7 @@ sql::Connection* OpenConnection(sql::Driver& driver, const StoreSettings& settin
         if (settings.tls == TlsMode::Off || e.getErrorCode() != 2026) throw;
         throw sql::SQLException(mode + ": " + e.what(), e.getSQLState(), e.getErrorCode());
     }
-    const std::string refused = PrepareSession(*connection, settings);
+    const std::string refused = CheckTransport(*connection, settings);
     if (refused.empty()) return connection.release();
     connection->close();
     throw sql::SQLException(mode + ": " + refused, "08004", 2026);

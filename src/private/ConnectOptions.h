@@ -15,19 +15,20 @@
 sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::string& host,
                                       const std::string& user, const std::string& password);
 
-// Checks a connection just opened with ConnectOptions before any statement
-// of the caller runs on it. Empty when it may be used; otherwise why not.
-std::string PrepareSession(sql::Connection& connection, const StoreSettings& settings);
+// Checks that a connection just opened with ConnectOptions is encrypted when
+// DBTLS asks for it, before any statement of the caller runs on it. Empty
+// when it may be used; otherwise why not.
+std::string CheckTransport(sql::Connection& connection, const StoreSettings& settings);
 
-// Opens one connection to `host` with ConnectOptions and PrepareSession; the
+// Opens one connection to `host` with ConnectOptions and CheckTransport; the
 // caller owns it. Throws sql::SQLException when it cannot be had: settings
 // with problems (each named, nothing sent), the connector's own refusal (a
-// TLS failure names DBTLS), or a session PrepareSession refuses (closed first).
+// TLS failure names DBTLS), or a session CheckTransport refuses (closed first).
 sql::Connection* OpenConnection(sql::Driver& driver, const StoreSettings& settings, const std::string& host,
                                 const std::string& user, const std::string& password);
 
 // False when the connector may not reconnect a lost connection by itself
-// (it would skip PrepareSession): the caller opens a new one instead.
+// (it would skip CheckTransport): the caller opens a new one instead.
 bool ConnectorReconnects(const StoreSettings& settings);
 
 // Lines to log once when connections are first made: settings that work but
