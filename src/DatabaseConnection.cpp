@@ -18,6 +18,7 @@
 #include "private/ConnectOptions.h"
 #include "private/HostList.h"
 #include "private/MutexLock.h"
+#include "private/ServerErrors.h"
 #include "private/StoreSettings.h"
 
 namespace {
@@ -131,6 +132,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pSettings(new StoreSettings(ReadStoreSettings())),
       m_pHosts(new HostList(hostName)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
+    for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
 }
 
@@ -159,9 +161,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // One try per host of DBIPAddr until one answers (a single host: one try).
     for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
-        sql::ConnectOptionsMap options =
-            ConnectOptions(*m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
-        slot.connection = m_pDriver->connect(options);
+        slot.connection = OpenConnection(*m_pDriver, *m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
         m_bConnected = true;
         m_pHosts->Answered(attempt);
     } catch (sql::SQLException& e) {
@@ -205,7 +205,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
                 matched = static_cast<long long>(statement->getUpdateCount());
             }
         } catch (sql::SQLException& e) {
-            error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
+            error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
             const std::wstring message = StringUtils::wstringFromstring(e.what());
             const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
             m_pLogger->log(kLevel, L"SQLException:");
@@ -223,7 +223,9 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
         }
         delete statement;  // the result set stays valid for the caller
         // Several hosts: a lost server moves this connection on to the next now.
-        if (error != 0 && m_pHosts->Lost(error)) Connect(slot);
+        // So does one the connector may not reconnect by itself (TLS checked after connecting).
+        const bool reopen = !ConnectorReconnects(*m_pSettings) && ClassifyServerError(error) == ServerError::Lost;
+        if (error != 0 && (m_pHosts->Lost(error) || reopen)) Connect(slot);
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return {result, error, matched};
