@@ -134,6 +134,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pSettings(new StoreSettings(ReadStoreSettings())),
       m_pHosts(new HostList(hostName)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
+    for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
 }
 
@@ -171,8 +172,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     }
     for (size_t host : hosts) try {
         m_pDriver = get_driver_instance();
-        sql::ConnectOptionsMap options = ConnectOptions(*m_pSettings, m_pHosts->Name(host), m_userName, m_password);
-        slot.connection = m_pDriver->connect(options);
+        slot.connection = OpenConnection(*m_pDriver, *m_pSettings, m_pHosts->Name(host), m_userName, m_password);
         slot.host = host;
         m_bConnected = true;
         m_pHosts->Answered(host);
@@ -211,7 +211,8 @@ void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
     if (m_pHosts->Resting(slot.host)) MoveOn(slot);  // another thread sharing the slot may have moved it on
 }
 
-// The slot's server is lost and another host is left: the old connection is
+// The slot's server is lost (and another host is left, or the connector will
+// not reconnect by itself): the old connection is
 // closed and freed (a small quit message, which the socket takes at once
 // even when nobody reads it; result sets already handed out hold their own
 // rows), then the connect goes on to the next host.
@@ -251,7 +252,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
                 matched = static_cast<long long>(statement->getUpdateCount());
             }
         } catch (sql::SQLException& e) {
-            error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
+            error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
             const std::wstring message = StringUtils::wstringFromstring(e.what());
             const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
             m_pLogger->log(kLevel, L"SQLException:");
@@ -268,10 +269,12 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
             m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
         }
         delete statement;  // the result set stays valid for the caller
-        // A lost server rests; with several hosts this connection moves on to the next now.
+        // A lost server rests; with several hosts this connection moves on to
+        // the next now. So does one the connector may not reconnect by itself
+        // (TLS checked after connecting), to the same host after its rest.
         if (ClassifyServerError(error) == ServerError::Lost) {
             m_pHosts->Rest(slot.host);
-            if (m_pHosts->Lost(error)) MoveOn(slot);
+            if (m_pHosts->Lost(error) || !ConnectorReconnects(*m_pSettings)) MoveOn(slot);
         } else {
             m_pHosts->Serving(slot.host);
         }
