@@ -13,6 +13,7 @@ class ResultSet;
 }  // namespace sql
 class Logger;
 class HostList;
+struct StoreSettings;
 
 /// The MySQL connections of the process: one, or as many as the configuration
 /// key Connections asks for, read when the instance is made. Every statement
@@ -106,6 +107,7 @@ private:
     sql::Driver* m_pDriver;
     bool m_bConnected;
     Logger* m_pLogger;
+    std::unique_ptr<StoreSettings> m_pSettings;  // read once, when the object is made
     std::unique_ptr<HostList> m_pHosts;  // the hosts of hostName, tried in turn
     std::unique_ptr<Pool> m_pPool;
 };

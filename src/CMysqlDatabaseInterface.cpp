@@ -27,6 +27,7 @@
 #include "private/MutexLock.h"
 #include "private/ResultBlock.h"
 #include "private/StoreProfile.h"
+#include "private/StoreSettings.h"
 #include "utility.h"
 
 namespace {
@@ -351,8 +352,9 @@ CMysqlDatabaseInterface::CMysqlDatabaseInterface()
         m_password = "lumbo27";
         m_hostName = StringUtils::UTF8FromUni(ConfigurationControl::GetDBIPAddr());
         m_pDBConnection = CDatabaseConnection::GetInstance(m_hostName, m_userName, m_password);
-        m_bIDPattern = ConfigurationControl::GetIDPattern();
-        m_pProfile = &ProfileNamed(ConfigurationControl::GetProfile());
+        const StoreSettings settings = ReadStoreSettings();
+        m_bIDPattern = settings.idPattern;
+        m_pProfile = &ProfileNamed(settings.profile);
         m_pLogger->log(kLevel, L"Creation a singleton object for dl_DatabaseInterface has been done");
     });
 }

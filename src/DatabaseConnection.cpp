@@ -15,8 +15,10 @@
 #include <map>
 #include <mutex>
 
+#include "private/ConnectOptions.h"
 #include "private/HostList.h"
 #include "private/MutexLock.h"
+#include "private/StoreSettings.h"
 
 namespace {
 const LOG_CONST kLevel = LOG_LEVEL_5;
@@ -126,8 +128,9 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pDriver(nullptr),
       m_bConnected(false),
       m_pLogger(Logger::Initialise()),
+      m_pSettings(new StoreSettings(ReadStoreSettings())),
       m_pHosts(new HostList(hostName)),
-      m_pPool(new Pool(std::max(1, ConfigurationControl::GetConnections()))) {
+      m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
     InitConnection();
 }
 
@@ -153,20 +156,11 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // A connection object held before is dropped, not closed (docs/kept-behaviours.md, C1).
     m_pDriver = nullptr;
     slot.connection = nullptr;
-    const std::string schema = "jdfdb";
     // One try per host of DBIPAddr until one answers (a single host: one try).
     for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
-        sql::ConnectOptionsMap options;
-        options["hostName"] = sql::SQLString(m_pHosts->Attempt(attempt));
-        options["userName"] = sql::SQLString(m_userName);
-        options["password"] = sql::SQLString(m_password);
-        options["OPT_RECONNECT"] = true;
-        options["schema"] = sql::SQLString(schema);
-        // Statements carry UTF-8 text; say so, whatever the client library's default.
-        options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
-        // A change reports the rows it matched, not only those it altered.
-        options["CLIENT_FOUND_ROWS"] = true;
+        sql::ConnectOptionsMap options =
+            ConnectOptions(*m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
         slot.connection = m_pDriver->connect(options);
         m_bConnected = true;
         m_pHosts->Answered(attempt);

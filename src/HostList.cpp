@@ -1,12 +1,8 @@
 #include "private/HostList.h"
 
+#include "private/ServerErrors.h"
+
 namespace {
-// Client errors of a connection whose server is gone (2002, 2003: cannot
-// connect; 2006: gone away; 2013, 2055: lost during a statement) and the
-// cluster node's "not ready for statements" (1047).
-bool MeansLost(int error) {
-    return error == 2002 || error == 2003 || error == 2006 || error == 2013 || error == 2055 || error == 1047;
-}
 
 std::string Trimmed(const std::string& text) {
     const size_t first = text.find_first_not_of(" \t");
@@ -35,7 +31,7 @@ const std::string& HostList::Attempt(size_t n) const { return m_hosts[(m_current
 void HostList::Answered(size_t n) { m_current = (m_current + n) % m_hosts.size(); }
 
 bool HostList::Lost(int error) {
-    if (m_hosts.size() < 2 || !MeansLost(error)) return false;
+    if (m_hosts.size() < 2 || ClassifyServerError(error) != ServerError::Lost) return false;
     m_current = (m_current + 1) % m_hosts.size();
     return true;
 }

@@ -149,7 +149,7 @@ TEST_F(PlatformTest, LoggerLineSurvivesAKillRightAfterLog) {
 TEST_F(PlatformTest, ConfigReadsKeysStartsFromDefaultsAndReportsBadLines) {
     WriteAll(File("a.conf"), "# database\n  DBIPAddr =  unix:///run/mysqld.sock   # local socket\n\nIDPattern=true\n"
                              "LogLevel = 7\nLogFile = /var/log/norva.log\nthis line has no equals sign\n"
-                             "Colour = blue\nIDPattern = maybe\nLogLevel = 5x\n");
+                             "Colour = blue\nIDPattern = maybe\nLogLevel = 5x\nProfile = Safe\nReadTimeout = -3\n");
     ::testing::internal::CaptureStderr();
     ASSERT_TRUE(ConfigurationControl::Load(File("a.conf")));
     const std::string complaints = ::testing::internal::GetCapturedStderr();
@@ -158,6 +158,12 @@ TEST_F(PlatformTest, ConfigReadsKeysStartsFromDefaultsAndReportsBadLines) {
     EXPECT_EQ(complaints.find("a.conf:4:"), std::string::npos);
     EXPECT_FALSE(ConfigurationControl::Load(File("missing.conf")) || ConfigurationControl::Load(File("")));
     EXPECT_EQ(Config(), std::make_tuple(std::wstring(L"unix:///run/mysqld.sock"), true, 7, std::string("/var/log/norva.log")));
+    // Keys that choose the store's behaviour keep their text, understood or not: the store judges them.
+    EXPECT_EQ(ConfigurationControl::GetValue("IDPattern"), "maybe");
+    EXPECT_EQ(ConfigurationControl::GetProfile(), "Safe");
+    EXPECT_EQ(ConfigurationControl::GetValue("ReadTimeout"), "-3");
+    EXPECT_EQ(ConfigurationControl::GetReadTimeout(), -3);
+    EXPECT_EQ(ConfigurationControl::GetValue("Colour"), "");
     ConfigurationControl::SetDBIPAddr(L"tcp://db.example:13306");
     WriteAll(File("b.conf"), "# nothing set\n");
     ASSERT_TRUE(ConfigurationControl::Load(File("b.conf")));

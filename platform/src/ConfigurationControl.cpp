@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <mutex>
 
 #include <sys/stat.h>
@@ -24,7 +25,21 @@ struct Settings {
     std::string logFile;
     std::string profile = "exact";
     int connections = 1;
+    // The text of every key as written in the file or given to a setter,
+    // understood or not: the store judges the keys that choose its behaviour.
+    std::map<std::string, std::string> values;
 };
+
+// The keys read from the file. Besides the typed ones above, these choose
+// how the store connects; they are kept as text and checked by the store.
+const char* const kTextKeys[] = {"ConnectTimeout", "ReadTimeout", "WriteTimeout", "DBUser",  "DBPasswordFile",
+                                 "DBTLS",          "DBTLSCA",     "DBTLSCert",    "DBTLSKey", "ClusterWrites"};
+
+bool IsTextKey(const std::string& key) {
+    for (const char* known : kTextKeys)
+        if (key == known) return true;
+    return false;
+}
 
 // Counts changes of the settings (reads of a file, setters), so that a
 // reader may keep a value and look it up again only after a change.
@@ -59,12 +74,6 @@ bool ParseBool(const std::string& text, bool& value) {
         return true;
     }
     return false;
-}
-
-bool ParseProfile(const std::string& text, std::string& value) {
-    if (text != "exact" && text != "safe") return false;
-    value = text;
-    return true;
 }
 
 bool ParseInt(const std::string& text, int& value) {
@@ -104,6 +113,7 @@ bool ReadFile(const std::string& path, Settings& settings) {
         }
         const std::string key = Trim(line.substr(0, eq));
         const std::string value = Trim(line.substr(eq + 1));
+        result.values[key] = value;
         if (key == "DBIPAddr") {
             if (value.empty()) Complain(path, lineNo, raw, "empty DBIPAddr");
             else result.dbIPAddr = StringUtils::wstringFromstring(value);
@@ -112,13 +122,14 @@ bool ReadFile(const std::string& path, Settings& settings) {
         } else if (key == "LogLevel") {
             if (!ParseInt(value, result.logLevel)) Complain(path, lineNo, raw, "LogLevel must be an integer");
         } else if (key == "Profile") {
-            if (!ParseProfile(value, result.profile)) Complain(path, lineNo, raw, "Profile must be exact or safe");
+            result.profile = value;  // the store matches it without regard to case, or refuses to run
         } else if (key == "Connections") {
             if (!ParseInt(value, result.connections) || result.connections < 1)
                 Complain(path, lineNo, raw, "Connections must be a whole number from 1 up");
         } else if (key == "LogFile") {
             result.logFile = value;  // empty: standard error
-        } else {
+        } else if (!IsTextKey(key)) {
+            result.values.erase(key);
             Complain(path, lineNo, raw, "unknown key");
         }
     }
@@ -155,6 +166,17 @@ void ChangeSettings(Use use) {
     g_changes.fetch_add(1, std::memory_order_release);
 }
 
+// A timeout key as a number of seconds; -1 when it is not set or is not a
+// whole number (the store refuses such a value; see its settings).
+int TimeoutValue(const char* key) {
+    return WithSettings([&](Settings& s) {
+        const auto found = s.values.find(key);
+        int seconds = -1;
+        if (found == s.values.end() || !ParseInt(found->second, seconds)) return -1;
+        return seconds;
+    });
+}
+
 }  // namespace
 
 std::wstring ConfigurationControl::GetDBIPAddr() { return WithSettings([](Settings& s) { return s.dbIPAddr; }); }
@@ -174,22 +196,67 @@ bool ConfigurationControl::Load(const std::string& path) {
 }
 
 void ConfigurationControl::SetDBIPAddr(const std::wstring& address) {
-    ChangeSettings([&](Settings& s) { s.dbIPAddr = address; });
+    ChangeSettings([&](Settings& s) {
+        s.dbIPAddr = address;
+        s.values["DBIPAddr"] = StringUtils::UTF8FromUni(address);
+    });
 }
 
 void ConfigurationControl::SetIDPattern(bool pattern) {
-    ChangeSettings([&](Settings& s) { s.idPattern = pattern; });
+    ChangeSettings([&](Settings& s) {
+        s.idPattern = pattern;
+        s.values["IDPattern"] = pattern ? "true" : "false";
+    });
 }
 
-// An unknown profile name is ignored, as it is in the file.
+// Kept as given: the store refuses to run on a name it does not know.
 void ConfigurationControl::SetProfile(const std::string& profile) {
-    ChangeSettings([&](Settings& s) { ParseProfile(profile, s.profile); });
+    ChangeSettings([&](Settings& s) {
+        s.profile = profile;
+        s.values["Profile"] = profile;
+    });
 }
 
+// Kept as given, so that the store refuses a count below 1 rather than run
+// with another.
 void ConfigurationControl::SetConnections(int connections) {
     ChangeSettings([&](Settings& s) {
         if (connections >= 1) s.connections = connections;
+        s.values["Connections"] = std::to_string(connections);
     });
 }
+
+std::string ConfigurationControl::GetValue(const std::string& key) {
+    return WithSettings([&](Settings& s) {
+        const auto found = s.values.find(key);
+        return found == s.values.end() ? std::string() : found->second;
+    });
+}
+
+void ConfigurationControl::SetValue(const std::string& key, const std::string& text) {
+    ChangeSettings([&](Settings& s) { s.values[key] = text; });
+}
+
+int ConfigurationControl::GetConnectTimeout() { return TimeoutValue("ConnectTimeout"); }
+int ConfigurationControl::GetReadTimeout() { return TimeoutValue("ReadTimeout"); }
+int ConfigurationControl::GetWriteTimeout() { return TimeoutValue("WriteTimeout"); }
+void ConfigurationControl::SetConnectTimeout(int seconds) { SetValue("ConnectTimeout", std::to_string(seconds)); }
+void ConfigurationControl::SetReadTimeout(int seconds) { SetValue("ReadTimeout", std::to_string(seconds)); }
+void ConfigurationControl::SetWriteTimeout(int seconds) { SetValue("WriteTimeout", std::to_string(seconds)); }
+
+std::string ConfigurationControl::GetDBUser() { return GetValue("DBUser"); }
+std::string ConfigurationControl::GetDBPasswordFile() { return GetValue("DBPasswordFile"); }
+std::string ConfigurationControl::GetDBTLS() { return GetValue("DBTLS"); }
+std::string ConfigurationControl::GetDBTLSCA() { return GetValue("DBTLSCA"); }
+std::string ConfigurationControl::GetDBTLSCert() { return GetValue("DBTLSCert"); }
+std::string ConfigurationControl::GetDBTLSKey() { return GetValue("DBTLSKey"); }
+std::string ConfigurationControl::GetClusterWrites() { return GetValue("ClusterWrites"); }
+void ConfigurationControl::SetDBUser(const std::string& user) { SetValue("DBUser", user); }
+void ConfigurationControl::SetDBPasswordFile(const std::string& path) { SetValue("DBPasswordFile", path); }
+void ConfigurationControl::SetDBTLS(const std::string& mode) { SetValue("DBTLS", mode); }
+void ConfigurationControl::SetDBTLSCA(const std::string& path) { SetValue("DBTLSCA", path); }
+void ConfigurationControl::SetDBTLSCert(const std::string& path) { SetValue("DBTLSCert", path); }
+void ConfigurationControl::SetDBTLSKey(const std::string& path) { SetValue("DBTLSKey", path); }
+void ConfigurationControl::SetClusterWrites(const std::string& mode) { SetValue("ClusterWrites", mode); }
 
 unsigned long norva_config::Changes() { return g_changes.load(std::memory_order_acquire); }

@@ -1,0 +1,21 @@
+#include "private/ConnectOptions.h"
+
+sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::string& host,
+                                      const std::string& user, const std::string& password) {
+    sql::ConnectOptionsMap options;
+    options["hostName"] = sql::SQLString(host);
+    options["userName"] = sql::SQLString(user);
+    options["password"] = sql::SQLString(password);
+    options["OPT_RECONNECT"] = true;
+    options["schema"] = sql::SQLString("jdfdb");
+    // Statements carry UTF-8 text; say so, whatever the client library's default.
+    options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
+    // A change reports the rows it matched, not only those it altered.
+    options["CLIENT_FOUND_ROWS"] = true;
+    // A server that stops answering without closing its sockets must not
+    // hold a call for ever: the connector gives up and reports the connection lost.
+    options["OPT_CONNECT_TIMEOUT"] = settings.connectTimeout;
+    options["OPT_READ_TIMEOUT"] = settings.readTimeout;
+    options["OPT_WRITE_TIMEOUT"] = settings.writeTimeout;
+    return options;
+}
