@@ -25,7 +25,7 @@
 #include "TimeStamp.h"
 #include "dl_MultiValue.h"
 #include "private/MutexLock.h"
-#include "private/ResultBlock.h"
+#include "private/QueryRows.h"
 #include "private/StoreProfile.h"
 #include "private/StoreSettings.h"
 #include "utility.h"
@@ -308,7 +308,7 @@ void ClearValue(void* value, PARAM_TYPE_NV type) {
 // a cell without a value (tag 10); so does NULL, and DATETIME unless the
 // profile reads time stamps.
 void ReadCell(const StoreProfile& profile, sql::ResultSet& rows, unsigned int index, int columnType,
-              ResultBlock& block) {
+              RowSink& block) {
     if (profile.nullIsUnset && rows.isNull(index)) {
         block.None();
         return;
@@ -698,10 +698,13 @@ bool CMysqlDatabaseInterface::GetBlob(TICKET_TYPE_NV table, const void* key, PAR
 void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
     RunFrame(m_pLogger, StoreLock(m_pDBConnection, m_mutex), kExecuteQuery, [&](const wchar_t*& exitLine) {
         std::string text = query->StartStatement.set ? query->StartStatement.text : "SELECT ";
-        for (const char* key : query->m_keys) text += Name(utility::StringLowerToUpper(key)) + " ,";
+        dl_MultiValue& q = *query;  // the store reads the keys and tables with the query's own cursors
+        for (q.m_keyCursor = q.m_keys.begin(); q.m_keyCursor != q.m_keys.end(); ++q.m_keyCursor)
+            text += Name(utility::StringLowerToUpper(*q.m_keyCursor)) + " ,";
         if (!text.empty()) text.erase(text.size() - 1);
         text += "FROM ";
-        for (TICKET_TYPE_NV table : query->m_tableTypes) text += Name(GetTicketType(table)) + " ,";
+        for (q.m_tableCursor = q.m_tableTypes.begin(); q.m_tableCursor != q.m_tableTypes.end(); ++q.m_tableCursor)
+            text += Name(GetTicketType(*q.m_tableCursor)) + " ,";
         text.erase(text.size() - std::min<size_t>(2, text.size()));
         if (!query->m_conditions.m_conditions.empty()) {
             text += " WHERE ";
@@ -736,10 +739,10 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
             return;
         }
         // The columns' types and names are the same on every row: read them
-        // once. The cells go into one block, which the query holds from the
-        // start: should reading stop half-way, the rows read whole stay.
+        // once. Each row is the query's as soon as it is read whole, so
+        // should reading stop half-way, the rows read whole stay.
         std::vector<int> types;
-        std::shared_ptr<ResultBlock> block;
+        std::shared_ptr<RowSink> block;
         while (rows->next()) {
             if (!block) {
                 sql::ResultSetMetaData* meta = rows->getMetaData();
@@ -749,8 +752,7 @@ void CMysqlDatabaseInterface::ExecuteQuery(dl_MultiValue* query) {
                     names.emplace_back(meta->getColumnName(i));
                 }
                 if (types.empty()) break;
-                block = std::make_shared<ResultBlock>(std::move(names), rows->rowsCount());
-                query->AddResult(block);
+                block = QueryRows::Open(*query, std::move(names), rows->rowsCount());
             }
             for (unsigned int i = 1; i <= types.size(); ++i) ReadCell(*m_pProfile, *rows, i, types[i - 1], *block);
         }
