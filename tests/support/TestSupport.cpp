@@ -75,10 +75,10 @@ void LogCapture::Clear() {
     m_lines.clear();
 }
 
-RawDb::RawDb() {
-    if (DbHost().empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
+RawDb::RawDb(const std::string& host) {
+    if (host.empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
     sql::ConnectOptionsMap options;
-    options["hostName"] = sql::SQLString(DbHost());
+    options["hostName"] = sql::SQLString(host);
     options["userName"] = sql::SQLString("lumbo27");
     options["password"] = sql::SQLString("lumbo27");
     options["schema"] = sql::SQLString("jdfdb");

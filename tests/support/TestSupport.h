@@ -57,7 +57,7 @@ private:
 // A connection of its own (not the library's) for setting up and reading back tables.
 class RawDb {
 public:
-    RawDb();
+    explicit RawDb(const std::string& host = DbHost());
     ~RawDb();
     void Exec(const std::string& sql);
     // First column of the first row as text; "<none>" without a row, "<null>" for NULL.

@@ -36,6 +36,10 @@
 #include <string>
 #include <vector>
 
+#include "private/ConnectOptions.h"
+#include "private/HostList.h"
+#include "private/StoreSettings.h"
+
 namespace {
 
 // Exit codes (also in norva --help and norva.1).
@@ -185,19 +189,24 @@ struct Probe {
     Failure failure;
 };
 
-// Connects as the library does. A server that cannot be reached is exit 2;
-// one that answers but lacks the schema or the account is a problem (exit 1).
+// Connects as the library does, to the host the library would write through:
+// the first of DBIPAddr's hosts that answers and, on a cluster, is synced. A
+// server that cannot be reached is exit 2; one that answers but lacks the
+// schema or the account is a problem (exit 1).
 Probe Connect() {
     Probe p{nullptr, {"", kOk}};
-    try {
-        sql::ConnectOptionsMap options;
-        options["hostName"] = sql::SQLString(Host());
-        options["userName"] = sql::SQLString(kUser);
-        options["password"] = sql::SQLString(kPassword);
-        options["schema"] = sql::SQLString(kSchema);
-        options["OPT_CONNECT_TIMEOUT"] = 5;
-        options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
+    const StoreSettings settings = ReadStoreSettings();
+    const HostList hosts(Host(), settings.clusterWrites);
+    for (size_t attempt = 0; attempt < hosts.Size() && !p.connection; ++attempt) try {
+        sql::ConnectOptionsMap options = ConnectOptions(settings, hosts.Attempt(attempt), kUser, kPassword);
+        // A lost connection is an error here, not a new session in the middle of a purge.
+        options["OPT_RECONNECT"] = false;
         p.connection.reset(get_driver_instance()->connect(options));
+        if (PrepareSession(*p.connection, settings, hosts.Size() > 1) == SessionNode::NotSynced && hosts.Size() > 1) {
+            p.connection.reset();
+            p.failure = {"cannot reach database at " + Host() + ": " + hosts.Attempt(attempt) +
+                             " is a cluster node that is not synced", kUnreachable};
+        }
     } catch (sql::SQLException& e) {
         const int error = e.getErrorCode();
         if (error == 1049)
@@ -211,6 +220,7 @@ Probe Connect() {
     } catch (std::exception& e) {
         p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
     }
+    if (p.connection) p.failure = {"", kOk};
     return p;
 }
 
