@@ -219,7 +219,7 @@ bool CDatabaseConnection::OnUsableNode(Slot& slot) {
         } catch (std::exception&) {
         }
         if (several && node == SessionNode::NotSynced) {
-            m_pLogger->log(kLevel, L"CDatabaseConnection: %s is no longer a synced cluster node: moving on",
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s no longer answers as a synced cluster node: moving on",
                            m_pHosts->Host(slot.host).c_str());
             Connect(slot);
         } else if (m_pHosts->ReturnDue()) {
@@ -241,7 +241,8 @@ void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
             if (connection == nullptr) continue;
             slot.connection = connection;
             m_pHosts->Answered(index);
-            m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it", m_pHosts->Host(index).c_str());
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it",
+                           m_pHosts->Host(index).c_str());
             return;
         } catch (std::exception&) {
             if (std::chrono::steady_clock::now() - started > std::chrono::seconds(1)) m_pHosts->DelayReturn(30000);

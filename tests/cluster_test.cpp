@@ -387,20 +387,14 @@ private:
             int status = -1;
             words >> verb >> key >> status;
             const std::wstring wkey = StringUtils::wstringFromstring(key);
-            std::string answer;
-            if (verb == "add") {
-                TicketTableRecord t;
-                t.jobId = L"agent";
-                t.status = 0;
-                const bool ok = tickets->AddTicket(&t);
-                answer = (ok ? "1 " : "0 ") + StringUtils::UTF8FromUni(t.qentryId);
-            } else if (verb == "set") {
-                answer = tickets->UpdateTicketStatus(wkey, status) ? "1" : "0";
-            } else {
-                const bool ok = tickets->GetTicketStatus(wkey, status);
-                answer = (ok ? "1 " : "0 ") + std::to_string(status);
-            }
-            std::fprintf(out, "%s\n", answer.c_str());
+            TicketTableRecord t;
+            t.status = 0;
+            if (verb == "add")
+                std::fprintf(out, "%d %ls\n", tickets->AddTicket(&t), t.qentryId.c_str());
+            else if (verb == "set")
+                std::fprintf(out, "%d\n", tickets->UpdateTicketStatus(wkey, status));
+            else
+                std::fprintf(out, "%d %d\n", tickets->GetTicketStatus(wkey, status), status);
             std::fflush(out);
         }
         std::_Exit(0);
@@ -439,19 +433,6 @@ NodeState StateOf(int i) {
     return state;
 }
 
-// The node (0-based) whose own commits grew while `call` ran; -1 when none
-// did, -2 when more than one did.
-template <class Call>
-int NodeOf(Call call) {
-    std::vector<long long> before;
-    for (int i = 0; i < Nodes(); ++i) before.push_back(StateOf(i).commits);
-    call();
-    int node = -1;
-    for (int i = 0; i < Nodes(); ++i)
-        if (StateOf(i).commits > before[i]) node = node == -1 ? i : -2;
-    return node;
-}
-
 // Runs a statement as the administrator of node i (0-based), through its socket.
 void Admin(int i, const std::string& sql) {
     const std::string command = "mariadb --no-defaults --protocol=socket -S '" + ClusterDir() + "/node" +
@@ -468,13 +449,18 @@ bool WaitFor(Condition condition, int seconds) {
     return false;
 }
 
-// Each agent adds one ticket; the node each call ran on, in agent order.
+// Each agent adds one ticket; the node (0-based) whose own commits grew
+// during each call, in agent order (-1: none did, -2: several did).
 std::vector<int> OneCallEach(std::vector<std::unique_ptr<Agent>>& agents) {
     std::vector<int> nodes;
     for (auto& agent : agents) {
-        std::string answer;
-        nodes.push_back(NodeOf([&] { answer = agent->Call("add"); }));
+        std::vector<long long> before;
+        for (int i = 0; i < Nodes(); ++i) before.push_back(StateOf(i).commits);
+        const std::string answer = agent->Call("add");
         EXPECT_EQ('1', answer.empty() ? '-' : answer[0]) << "a call failed: " << answer;
+        nodes.push_back(-1);
+        for (int i = 0; i < Nodes(); ++i)
+            if (StateOf(i).commits > before[i]) nodes.back() = nodes.back() == -1 ? i : -2;
     }
     return nodes;
 }

@@ -580,9 +580,10 @@ Result Purge(const Args& a) {
         where += " AND COALESCE(LASTUPDATETIME, SUBTIME) < NOW() - INTERVAL " + std::to_string(age) + " SECOND";
     }
     long long rows = 1000;
+    const std::string batchText = a.Get("batch");
     if (a.Has("batch")) {
-        rows = std::strtoll(a.Get("batch").c_str(), &end, 10);
-        if (a.Get("batch").empty() || *end != 0 || rows < 1 || rows > 100000)
+        rows = std::strtoll(batchText.c_str(), &end, 10);
+        if (batchText.empty() || *end != 0 || rows < 1 || rows > 100000)
             return Fail(kUsage, "--batch takes a number of rows from 1 to 100000");
     }
     Probe p = Connect();
