@@ -389,12 +389,16 @@ private:
             const std::wstring wkey = StringUtils::wstringFromstring(key);
             TicketTableRecord t;
             t.status = 0;
-            if (verb == "add")
-                std::fprintf(out, "%d %ls\n", tickets->AddTicket(&t), t.qentryId.c_str());
-            else if (verb == "set")
+            bool ok = false;
+            if (verb == "add") {
+                ok = tickets->AddTicket(&t);
+                std::fprintf(out, "%d %ls\n", ok, t.qentryId.c_str());
+            } else if (verb == "set") {
                 std::fprintf(out, "%d\n", tickets->UpdateTicketStatus(wkey, status));
-            else
-                std::fprintf(out, "%d %d\n", tickets->GetTicketStatus(wkey, status), status);
+            } else {
+                ok = tickets->GetTicketStatus(wkey, status);
+                std::fprintf(out, "%d %d\n", ok, status);
+            }
             std::fflush(out);
         }
         std::_Exit(0);
