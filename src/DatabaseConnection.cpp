@@ -165,10 +165,10 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // One try per host of DBIPAddr until one answers (a single host: one try).
     for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
-        slot.connection = Open(m_pHosts->Index(attempt), slot);
+        slot.connection = Open(m_pHosts->Attempt(attempt), slot);
         if (slot.connection == nullptr) continue;
         m_bConnected = true;
-        m_pHosts->Answered(attempt);
+        m_pHosts->Answered(slot.host);
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
@@ -184,7 +184,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
 // A new connection to the host at `index`, its session set up; null when the
 // host is a cluster node that may not be used now. Throws when it cannot connect.
 sql::Connection* CDatabaseConnection::Open(size_t index, Slot& slot) {
-    const std::string& host = m_pHosts->Host(index);
+    const std::string& host = m_pHosts->Name(index);
     sql::ConnectOptionsMap options = ConnectOptions(*m_pSettings, host, m_userName, m_password);
     std::unique_ptr<sql::Connection> connection(get_driver_instance()->connect(options));
     const SessionNode node = PrepareSession(*connection, *m_pSettings, m_pHosts->Size() > 1);
@@ -220,7 +220,7 @@ bool CDatabaseConnection::OnUsableNode(Slot& slot) {
         }
         if (several && node == SessionNode::NotSynced) {
             m_pLogger->log(kLevel, L"CDatabaseConnection: %s no longer answers as a synced cluster node: moving on",
-                           m_pHosts->Host(slot.host).c_str());
+                           m_pHosts->Name(slot.host).c_str());
             Connect(slot);
         } else if (m_pHosts->ReturnDue()) {
             ReturnToEarlier(slot);
@@ -242,7 +242,7 @@ void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
             slot.connection = connection;
             m_pHosts->Answered(index);
             m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it",
-                           m_pHosts->Host(index).c_str());
+                           m_pHosts->Name(index).c_str());
             return;
         } catch (std::exception&) {
             if (std::chrono::steady_clock::now() - started > std::chrono::seconds(1)) m_pHosts->DelayReturn(30000);

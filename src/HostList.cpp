@@ -33,12 +33,11 @@ HostList::HostList(const std::string& value, ClusterWrites writes) : m_writes(wr
     if (m_hosts.empty()) m_hosts.push_back(value);  // only commas: one host, as it stands
 }
 
-size_t HostList::Index(size_t n) const { return (OneWriter() ? n : m_current + n) % m_hosts.size(); }
+size_t HostList::Attempt(size_t n) const { return (OneWriter() ? n : m_current + n) % m_hosts.size(); }
 
-void HostList::Answered(size_t n) {
-    const size_t index = Index(n);
-    if (OneWriter() && index != m_current) m_nextReturnMs = SteadyMs() + kReturnEveryMs;
-    m_current = index;
+void HostList::Answered(size_t host) {
+    if (OneWriter() && host != m_current) m_nextReturnMs = SteadyMs() + kReturnEveryMs;
+    m_current = host;
 }
 
 void HostList::DelayReturn(long long ms) { m_nextReturnMs = SteadyMs() + ms; }

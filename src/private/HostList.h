@@ -22,12 +22,12 @@ public:
     explicit HostList(const std::string& value, ClusterWrites writes = ClusterWrites::Any);
 
     size_t Size() const { return m_hosts.size(); }
-    // The host of the n-th try of a connect, and its place in the list.
-    const std::string& Attempt(size_t n) const { return m_hosts[Index(n)]; }
-    size_t Index(size_t n) const;
-    const std::string& Host(size_t index) const { return m_hosts[index]; }
+    const std::string& Name(size_t host) const { return m_hosts[host]; }
+    // The host of the n-th try of a connect, as an index.
+    size_t Attempt(size_t n) const;
     // The place in the list of the host in use.
     size_t Current() const { return m_current; }
+    // ClusterWrites = one with several hosts: every connect starts with the first.
     bool OneWriter() const { return m_writes == ClusterWrites::One && m_hosts.size() > 1; }
     // One writer on a later host than the first: true at most once every
     // kReturnEveryMs, when it is time to look whether an earlier one is usable again.
@@ -35,8 +35,8 @@ public:
     static constexpr long long kReturnEveryMs = 2000;
     // An earlier host that did not answer in time is looked at again only after this long.
     void DelayReturn(long long ms);
-    // The n-th try answered: its host becomes the current one.
-    void Answered(size_t n);
+    // `host` answered a connect: it becomes the current one.
+    void Answered(size_t host);
     // True when the server error number says the current server is lost (or
     // cannot serve) and there is another host to try; the next connect then
     // starts with the next host (one writer: with the first). Always false for

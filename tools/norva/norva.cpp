@@ -198,14 +198,15 @@ Probe Connect() {
     const StoreSettings settings = ReadStoreSettings();
     const HostList hosts(Host(), settings.clusterWrites);
     for (size_t attempt = 0; attempt < hosts.Size() && !p.connection; ++attempt) try {
-        sql::ConnectOptionsMap options = ConnectOptions(settings, hosts.Attempt(attempt), kUser, kPassword);
+        const std::string& host = hosts.Name(hosts.Attempt(attempt));
+        sql::ConnectOptionsMap options = ConnectOptions(settings, host, kUser, kPassword);
         // A lost connection is an error here, not a new session in the middle of a purge.
         options["OPT_RECONNECT"] = false;
         p.connection.reset(get_driver_instance()->connect(options));
         if (PrepareSession(*p.connection, settings, hosts.Size() > 1) == SessionNode::NotSynced && hosts.Size() > 1) {
             p.connection.reset();
-            p.failure = {"cannot reach database at " + Host() + ": " + hosts.Attempt(attempt) +
-                             " is a cluster node that is not synced", kUnreachable};
+            p.failure = {"cannot reach database at " + Host() + ": " + host + " is a cluster node that is not synced",
+                         kUnreachable};
         }
     } catch (sql::SQLException& e) {
         const int error = e.getErrorCode();
