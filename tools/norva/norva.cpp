@@ -196,6 +196,10 @@ struct Probe {
 Probe Connect() {
     Probe p{nullptr, {"", kOk}};
     const StoreSettings settings = ReadStoreSettings();
+    if (!settings.Usable()) {
+        p.failure = {settings.problems.front(), kUsage};
+        return p;
+    }
     const HostList hosts(Host(), settings.clusterWrites);
     for (size_t attempt = 0; attempt < hosts.Size() && !p.connection; ++attempt) try {
         const std::string& host = hosts.Name(hosts.Attempt(attempt));
