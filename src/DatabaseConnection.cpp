@@ -19,6 +19,7 @@
 #include "private/ConnectOptions.h"
 #include "private/HostList.h"
 #include "private/MutexLock.h"
+#include "private/ServerErrors.h"
 #include "private/StoreSettings.h"
 
 namespace {
@@ -137,6 +138,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pSettings(new StoreSettings(ReadStoreSettings())),
       m_pHosts(new HostList(hostName, m_pSettings->clusterWrites)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
+    for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
 }
 
@@ -185,8 +187,8 @@ bool CDatabaseConnection::Connect(Slot& slot) {
 // host is a cluster node that may not be used now. Throws when it cannot connect.
 sql::Connection* CDatabaseConnection::Open(size_t index, Slot& slot) {
     const std::string& host = m_pHosts->Name(index);
-    sql::ConnectOptionsMap options = ConnectOptions(*m_pSettings, host, m_userName, m_password);
-    std::unique_ptr<sql::Connection> connection(get_driver_instance()->connect(options));
+    std::unique_ptr<sql::Connection> connection(
+        OpenConnection(*get_driver_instance(), *m_pSettings, host, m_userName, m_password));
     const SessionNode node = PrepareSession(*connection, *m_pSettings, m_pHosts->Size() > 1);
     if (node == SessionNode::NotSynced && m_pHosts->Size() > 1) {
         m_pLogger->log(kLevel, L"CDatabaseConnection: %s is a cluster node that is not synced: passed over",
@@ -283,7 +285,7 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
                 matched = static_cast<long long>(statement->getUpdateCount());
             }
         } catch (sql::SQLException& e) {
-            error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
+            error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
             const std::wstring message = StringUtils::wstringFromstring(e.what());
             const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
             m_pLogger->log(kLevel, L"SQLException:");
@@ -301,7 +303,9 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
         }
         delete statement;  // the result set stays valid for the caller
         // Several hosts: a lost server moves this connection on to the next now.
-        if (error != 0 && m_pHosts->Lost(error)) Connect(slot);
+        // So does one the connector may not reconnect by itself (TLS checked after connecting).
+        const bool reopen = !ConnectorReconnects(*m_pSettings) && ClassifyServerError(error) == ServerError::Lost;
+        if (error != 0 && (m_pHosts->Lost(error) || reopen)) Connect(slot);
     }
     m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return {result, error, matched};

@@ -35,17 +35,22 @@ bool OnCluster() { return !Env("NORVA_CLUSTER_HOSTS").empty(); }
 // The DBIPAddr the tool is given.
 std::string Hosts() { return OnCluster() ? Env("NORVA_CLUSTER_HOSTS") : testing_support::DbHost(); }
 
-// A connection to each node (one on a single server); reads on a node wait
-// until it has applied what the cluster committed.
+// A connection to each node (one on a single server), as its administrator
+// through its socket; reads on a node wait until it has applied what the
+// cluster committed.
 std::vector<std::unique_ptr<testing_support::RawDb>> Databases() {
     std::vector<std::unique_ptr<testing_support::RawDb>> dbs;
     if (!OnCluster()) dbs.push_back(std::make_unique<testing_support::RawDb>());
     for (int i = 1; OnCluster() && !Env(("NORVA_CLUSTER_NODE" + std::to_string(i)).c_str()).empty(); ++i) {
-        const std::string node = Env(("NORVA_CLUSTER_NODE" + std::to_string(i)).c_str());
-        dbs.push_back(std::make_unique<testing_support::RawDb>(node));
+        ::setenv("NORVA_TEST_DB_DIR", (Env("NORVA_CLUSTER_DIR") + "/node" + std::to_string(i)).c_str(), 1);
+        dbs.push_back(std::make_unique<testing_support::RawDb>());
         dbs.back()->Exec("SET SESSION wsrep_sync_wait = 1");
     }
     for (auto& db : dbs) db->Exec("SET SESSION group_concat_max_len = 67108864");
+    // The tool reads ./norva.conf: over TLS when the cluster takes nothing else.
+    std::ofstream conf("norva.conf", std::ios::trunc);
+    if (!Env("NORVA_TEST_TLS_CA").empty())
+        conf << "DBTLS = verify-identity\nDBTLSCA = " << Env("NORVA_TEST_TLS_CA") << "\n";
     return dbs;
 }
 

@@ -45,10 +45,13 @@ namespace {
 // Exit codes (also in norva --help and norva.1).
 enum Exit { kOk = 0, kProblem = 1, kUnreachable = 2, kUsage = 3, kFailed = 4, kInterrupted = 130 };
 
-// The account and schema the library uses (compiled into it as well).
+// The schema and the account the library uses without DBUser (compiled into it as well).
 const char kSchema[] = "jdfdb";
 const char kUser[] = "lumbo27";
 const char kPassword[] = "lumbo27";
+// The rights the library needs on the schema, and all it should have.
+const char* const kRights[] = {"SELECT", "INSERT", "UPDATE", "DELETE"};
+const char kRightsText[] = "SELECT, INSERT, UPDATE, DELETE";
 
 // ---- output: one formatter for every subcommand ----
 
@@ -182,6 +185,16 @@ Result Printed() { return {Table(), Failure{"", kOk}}; }  // the command wrote i
 
 std::string Host() { return StringUtils::stringFromwstring(ConfigurationControl::GetDBIPAddr()); }
 
+// The library's settings, read as it reads them, once the command line has
+// set what it overrides.
+const StoreSettings& Settings() {
+    static const StoreSettings settings = ReadStoreSettings();
+    return settings;
+}
+
+// The account connections use: DBUser, else the compiled-in one.
+std::string Account() { return Settings().user.empty() ? kUser : Settings().user; }
+
 // ---- the connection test (and the connection of `check`) ----
 
 struct Probe {
@@ -195,19 +208,11 @@ struct Probe {
 // schema or the account is a problem (exit 1).
 Probe Connect() {
     Probe p{nullptr, {"", kOk}};
-    const StoreSettings settings = ReadStoreSettings();
-    if (!settings.Usable()) {
-        p.failure = {settings.problems.front(), kUsage};
-        return p;
-    }
-    const HostList hosts(Host(), settings.clusterWrites);
+    const HostList hosts(Host(), Settings().clusterWrites);
     for (size_t attempt = 0; attempt < hosts.Size() && !p.connection; ++attempt) try {
         const std::string& host = hosts.Name(hosts.Attempt(attempt));
-        sql::ConnectOptionsMap options = ConnectOptions(settings, host, kUser, kPassword);
-        // A lost connection is an error here, not a new session in the middle of a purge.
-        options["OPT_RECONNECT"] = false;
-        p.connection.reset(get_driver_instance()->connect(options));
-        if (PrepareSession(*p.connection, settings, hosts.Size() > 1) == SessionNode::NotSynced && hosts.Size() > 1) {
+        p.connection.reset(OpenConnection(*get_driver_instance(), Settings(), host, kUser, kPassword));
+        if (PrepareSession(*p.connection, Settings(), hosts.Size() > 1) == SessionNode::NotSynced && hosts.Size() > 1) {
             p.connection.reset();
             p.failure = {"cannot reach database at " + Host() + ": " + host + " is a cluster node that is not synced",
                          kUnreachable};
@@ -218,8 +223,12 @@ Probe Connect() {
             p.failure = {"database " + std::string(kSchema) + " is missing at " + Host() +
                              ": load sql/jdfdb.sql (norva init-db)", kProblem};
         else if (error == 1044 || error == 1045)
-            p.failure = {"account " + std::string(kUser) + " is refused at " + Host() + ": " + e.what() +
-                             "; load sql/jdfdb.sql (norva init-db)", kProblem};
+            p.failure = {"account " + Account() + " is refused at " + Host() + ": " + e.what() +
+                             (Settings().user.empty() ? "; load sql/jdfdb.sql (norva init-db)"
+                                                      : "; check DBUser and DBPasswordFile (norva init-db --user)"),
+                         kProblem};
+        else if (error == 2026)
+            p.failure = {"no secure connection to " + Host() + ": " + e.what(), kProblem};
         else
             p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
     } catch (std::exception& e) {
@@ -408,7 +417,11 @@ Result Check(const Args& a) {
         finding(false, p.failure.message);
         return {t, Failure{"", kProblem}};
     }
-    finding(true, "connected to " + Host() + " as " + kUser);
+    finding(true, "connected to " + Host() + " as " + Account());
+    if (Settings().user.empty())
+        t.rows.push_back({Str("WARN"), Str("account " + std::string(kUser) + " has the well-known default password: "
+                                           "anyone who reaches " + Host() + " may log in; make an account of your own "
+                                           "(norva init-db --user) and set DBUser and DBPasswordFile")});
     const std::string path = SchemaPath(a);
     std::vector<std::pair<std::string, Columns>> schema;
     if (!ReadSchema(path, schema)) return Fail(kFailed, "cannot read the schema file " + path);
@@ -444,34 +457,44 @@ Result Check(const Args& a) {
             else if (n == "0") finding(false, "MAXID has no row: load sql/jdfdb.sql (norva init-db), which inserts it");
             else finding(false, "MAXID has " + n + " rows: delete all but the one with the highest values");
         }
-        const std::set<std::string> rights = rows(
-            "SELECT PRIVILEGE_TYPE FROM information_schema.USER_PRIVILEGES UNION "
-            "SELECT PRIVILEGE_TYPE FROM information_schema.SCHEMA_PRIVILEGES WHERE TABLE_SCHEMA = '" +
-            std::string(kSchema) + "'");
-        for (const char* right : {"SELECT", "INSERT", "UPDATE", "DELETE"})
-            finding(rights.count(right), std::string(kUser) + " may " + right + (rights.count(right) ? "" :
-                    " not: GRANT ALL PRIVILEGES ON jdfdb.* TO '" + std::string(kUser) + "' (sql/jdfdb.sql)"));
+        // The account's own rights: everywhere (*.*) and per schema.
+        const std::set<std::string> granted = rows(
+            "SELECT CONCAT(PRIVILEGE_TYPE, ' on *.*') FROM information_schema.USER_PRIVILEGES "
+            "WHERE PRIVILEGE_TYPE <> 'USAGE' UNION "
+            "SELECT CONCAT(PRIVILEGE_TYPE, ' on ', TABLE_SCHEMA) FROM information_schema.SCHEMA_PRIVILEGES");
+        std::set<std::string> beyond = granted;
+        for (const char* right : kRights) {
+            const std::string here = std::string(right) + " on " + kSchema;
+            const bool has = granted.count(here) || granted.count(std::string(right) + " on *.*");
+            beyond.erase(here);
+            finding(has, Account() + " may " + right + (has ? "" : " not: GRANT " + std::string(kRightsText) +
+                                                                     " ON jdfdb.* TO the account (norva init-db --user)"));
+        }
+        if (!beyond.empty()) {
+            std::string list;
+            for (const std::string& right : beyond) list += (list.empty() ? "" : ", ") + right;
+            t.rows.push_back({Str("WARN"), Str(Account() + " has rights beyond " + kRightsText + " on jdfdb: " + list +
+                                               "; revoke them (norva init-db --user makes an account without)")});
+        }
     } catch (sql::SQLException& e) {
         finding(false, std::string("schema query failed: ") + e.what());
     }
     return {t, Failure{"", problems ? kProblem : kOk}};
 }
 
-// Loads the schema file with the mariadb client as an administrator.
-Result InitDb(const Args& a) {
-    const std::string path = SchemaPath(a);
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) return Fail(kFailed, "cannot read the schema file " + path);
+// Runs the mariadb client as an administrator with `input` as its standard
+// input; its exit status, or -1 when it could not be run. Nothing secret
+// goes on its command line: the SQL comes through the input.
+int RunClient(const Args& a, int input) {
     std::vector<std::string> argv = {"mariadb", "--no-defaults", "--batch"};
     if (a.Has("admin-socket")) argv.push_back("--socket=" + a.Get("admin-socket"));
     if (a.Has("admin-host")) argv.push_back("--host=" + a.Get("admin-host"));
     if (a.Has("admin-port")) argv.push_back("--port=" + a.Get("admin-port"));
     if (a.Has("admin-user")) argv.push_back("--user=" + a.Get("admin-user"));
-    const std::string where = a.Has("admin-socket") ? a.Get("admin-socket") : a.Get("admin-host");
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        dup2(fd, 0);
+        dup2(input, 0);
         if (a.Has("admin-password")) setenv("MYSQL_PWD", a.Get("admin-password").c_str(), 1);
         std::vector<char*> args;
         for (std::string& s : argv) args.push_back(&s[0]);
@@ -480,12 +503,77 @@ Result InitDb(const Args& a) {
         std::fprintf(stderr, "cannot run mariadb: %s\n", std::strerror(errno));
         _exit(127);
     }
-    close(fd);
+    close(input);
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) < 0) return Fail(kFailed, "cannot start the mariadb client");
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    if (pid < 0 || waitpid(pid, &status, 0) < 0) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A text between single quotes, for a session without NO_BACKSLASH_ESCAPES.
+std::string Quoted(const std::string& text) {
+    std::string out = "'";
+    for (char c : text) {
+        if (c == '\'' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + "'";
+}
+
+bool Plain(const std::string& text, const char* allowed) {
+    return !text.empty() && text.size() <= 80 &&
+           std::all_of(text.begin(), text.end(), [&](char c) { return std::isalnum(static_cast<unsigned char>(c)) || std::strchr(allowed, c); });
+}
+
+// The SQL that gives `user` at each host pattern the password and the
+// library's four rights on jdfdb, and nothing else (an existing account loses
+// what it had). Empty, with `problem` set, when the options cannot be used.
+std::string AccountSql(const Args& a, std::string& problem) {
+    const std::string user = a.Get("user");
+    if (!Plain(user, "_-.")) problem = "--user takes letters, digits, '_', '-' and '.', not " + user;
+    const std::vector<std::string> hosts =
+        a.Has("from") ? std::vector<std::string>{a.Get("from")} : std::vector<std::string>{"localhost", "127.0.0.1"};
+    for (const std::string& host : hosts)
+        if (!Plain(host, "_-.%:/")) problem = "--from takes a host name, address or pattern (%, /mask), not " + host;
+    if (!a.Has("password-file")) problem = "init-db --user needs --password-file FILE";
+    if (!problem.empty()) return std::string();
+    const std::string password = ReadPasswordFile(a.Get("password-file"), problem);
+    if (!problem.empty()) {
+        problem = "--password-file " + problem;
+        return std::string();
+    }
+    std::string sql = "SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'NO_BACKSLASH_ESCAPES', '');\n";
+    for (const std::string& host : hosts) {
+        const std::string account = Quoted(user) + "@" + Quoted(host);
+        sql += "CREATE USER IF NOT EXISTS " + account + " IDENTIFIED BY " + Quoted(password) + ";\n" +
+               "ALTER USER " + account + " IDENTIFIED BY " + Quoted(password) + ";\n" +
+               "REVOKE ALL PRIVILEGES, GRANT OPTION FROM " + account + ";\n" +
+               "GRANT " + kRightsText + " ON jdfdb.* TO " + account + ";\n";
+    }
+    return sql;
+}
+
+// Loads the schema file with the mariadb client as an administrator, then
+// makes the account of --user if one is asked for.
+Result InitDb(const Args& a) {
+    std::string problem;
+    const std::string account = a.Has("user") ? AccountSql(a, problem) : std::string();
+    if (!problem.empty()) return Fail(problem.compare(0, 16, "--password-file ") == 0 ? kFailed : kUsage, problem);
+    const std::string path = SchemaPath(a);
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return Fail(kFailed, "cannot read the schema file " + path);
+    const std::string where = a.Has("admin-socket") ? a.Get("admin-socket") : a.Get("admin-host");
+    if (RunClient(a, fd) != 0)
         return Fail(kFailed, "loading " + path + " into " + where + " failed (see the mariadb line above)");
     std::printf("loaded %s into %s\n", path.c_str(), where.c_str());
+    if (account.empty()) return Printed();
+    int input[2];
+    if (pipe(input) != 0) return Fail(kFailed, "cannot start the mariadb client");
+    const bool sent = write(input[1], account.data(), account.size()) == static_cast<ssize_t>(account.size());
+    close(input[1]);  // the text is far below a pipe's buffer
+    if (!sent || RunClient(a, input[0]) != 0)
+        return Fail(kFailed, "making the account " + a.Get("user") + " at " + where + " failed (see the mariadb line above)");
+    std::printf("account %s may %s on jdfdb.* and nothing else, from %s\n", a.Get("user").c_str(), kRightsText,
+                a.Has("from") ? a.Get("from").c_str() : "localhost and 127.0.0.1");
     return Printed();
 }
 
@@ -560,9 +648,11 @@ long long PurgeBatch(sql::Statement& st, const std::string& where, long long row
     }
     std::string in;
     for (const std::string& key : keys) in += (in.empty() ? "" : ", ") + Literal(key);
-    st.execute("DELETE FROM CONTENT WHERE QENTRYID IN (" + in + ")");
-    st.execute("DELETE FROM STATSSUBS WHERE QENTRYID IN (" + in + ")");
-    st.execute("DELETE FROM JDFTICKET WHERE QENTRYID IN (" + in + ")");
+    // One statement, whole in itself even outside the transaction (a session
+    // the connector opened again by itself); the filter is asked again, so an
+    // entry changed meanwhile stays with its rows.
+    st.execute("DELETE t, c, s FROM JDFTICKET t LEFT JOIN CONTENT c ON c.QENTRYID = t.QENTRYID "
+               "LEFT JOIN STATSSUBS s ON s.QENTRYID = t.QENTRYID WHERE t.QENTRYID IN (" + in + ") AND " + where);
     st.execute("COMMIT");
     // Counted as the batch found them: rows added meanwhile went with it.
     total.entries += static_cast<long long>(keys.size());
@@ -575,14 +665,15 @@ Result Purge(const Args& a) {
     char* end = nullptr;
     const long state = std::strtol(stateText.c_str(), &end, 10);
     if (stateText.empty() || *end != 0) return Fail(kUsage, "purge needs --state S, a number");
-    std::string where = "STATE = " + std::to_string(state);
+    // The filter, on the queue entries as `t`.
+    std::string where = "t.STATE = " + std::to_string(state);
     if (a.Has("older-than")) {
         const long long age = Seconds(a.Get("older-than"));
         if (age < 0) return Fail(kUsage, "--older-than takes a number and a unit (s, m, h or d), such as 30d");
         if (Upper(ConfigurationControl::GetProfile()) != "SAFE")
             return Fail(kUsage, "--older-than needs the time stamps only the safe profile stores; this is the exact "
                                 "profile (Profile = safe in norva.conf, or --profile safe)");
-        where += " AND COALESCE(LASTUPDATETIME, SUBTIME) < NOW() - INTERVAL " + std::to_string(age) + " SECOND";
+        where += " AND COALESCE(t.LASTUPDATETIME, t.SUBTIME) < NOW() - INTERVAL " + std::to_string(age) + " SECOND";
     }
     long long rows = 1000;
     const std::string batchText = a.Get("batch");
@@ -598,9 +689,9 @@ Result Purge(const Args& a) {
     try {
         std::unique_ptr<sql::Statement> st(p.connection->createStatement());
         if (a.Has("dry-run")) {
-            const std::string named = "QENTRYID IN (SELECT QENTRYID FROM JDFTICKET WHERE " + where + ")";
+            const std::string named = "QENTRYID IN (SELECT t.QENTRYID FROM JDFTICKET t WHERE " + where + ")";
             std::unique_ptr<sql::ResultSet> r(st->executeQuery(
-                "SELECT (SELECT COUNT(*) FROM JDFTICKET WHERE " + where + "), (SELECT COUNT(*) FROM CONTENT WHERE " +
+                "SELECT (SELECT COUNT(*) FROM JDFTICKET t WHERE " + where + "), (SELECT COUNT(*) FROM CONTENT WHERE " +
                 named + "), (SELECT COUNT(*) FROM STATSSUBS WHERE " + named + ")"));
             r->next();
             n.entries = r->getInt64(1), n.contents = r->getInt64(2), n.subscriptions = r->getInt64(3);
@@ -667,11 +758,16 @@ const std::vector<Command>& Commands() {
         {"subs", 0, {"device"}, {"due"}, true, Subs, "subs [--due] [--device D]         status subscriptions (--due: due now)"},
         {"senders", 0, {"file"}, {}, false, Senders,
          "senders [--file PATH]             query-id/URL pairs of the ticket file (./QueryURL)"},
-        {"init-db", 0, {"admin-socket", "admin-host", "admin-port", "admin-user", "admin-password", "schema"}, {},
-         false, InitDb,
+        {"init-db", 0,
+         {"admin-socket", "admin-host", "admin-port", "admin-user", "admin-password", "schema", "user", "password-file",
+          "from"},
+         {}, false, InitDb,
          "init-db --admin-socket PATH | --admin-host H [--admin-port P]\n"
          "          [--admin-user U] [--admin-password W] [--schema FILE]\n"
-         "                                    load the schema and the account (mariadb client)"},
+         "          [--user NAME --password-file FILE [--from HOSTPATTERN]]\n"
+         "                                    load the schema and the account (mariadb client); --user:\n"
+         "                                    an account of your own with the library's rights only,\n"
+         "                                    from HOSTPATTERN (default: this machine)"},
         {"purge", 0, {"state", "older-than", "batch"}, {"dry-run"}, false, Purge,
          "purge --state S [--older-than AGE] [--batch ROWS] [--dry-run]\n"
          "                                    remove queue entries in state S with their content rows and\n"
@@ -692,7 +788,8 @@ int Help(FILE* out) {
                  "  1  a problem was found (check), a record is missing, or the schema or account is missing\n"
                  "  2  the database server cannot be reached\n"
                  "  3  usage error\n"
-                 "  4  other failure (schema file unreadable, init-db failed, ticket file unreadable)\n"
+                 "  4  other failure (configuration refused, schema or password file unreadable, init-db failed,\n"
+                 "     ticket file unreadable)\n"
                  "  130  purge interrupted (SIGINT, SIGTERM) after a whole batch; run it again\n");
     return out == stdout ? kOk : kUsage;
 }
@@ -742,6 +839,12 @@ int main(int argc, char** argv) {
     // The library's log goes to its LogFile; without one its lines would mix
     // with this tool's one-line errors on stderr, so they are dropped.
     if (ConfigurationControl::GetLogFile().empty()) Logger::Initialise()->SetSink([](LOG_CONST, const std::wstring&) {});
+    // Settings the library would refuse are refused here too, before connecting.
+    if (command->readsDatabase || a.command == "check" || a.command == "purge") {
+        for (const std::string& problem : Settings().problems)
+            std::fprintf(stderr, "the configuration is refused: %s\n", problem.c_str());
+        if (!Settings().Usable()) return kFailed;
+    }
     // The library logs a failed connection only; test it here first.
     if (command->readsDatabase) {
         Probe p = Connect();
