@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <vector>
@@ -26,14 +27,18 @@ namespace {
 const LOG_CONST kLevel = LOG_LEVEL_5;
 // The source path reported when connecting fails.
 const char* const kSourcePath = "../../src/DatabaseConnection";
+// A connection taken after this long is asked again whether its node is usable.
+const std::chrono::milliseconds kCheckAfter(1000);
 }  // namespace
 
 // One connection and the lock its statements run under.
 struct CDatabaseConnection::Slot {
     mutex lock;
     sql::Connection* connection = nullptr;
-    size_t host = 0;   // the host of DBIPAddr it was opened to
     std::mutex lease;  // held by the thread the connection is leased to
+    size_t host = 0;   // the connection's place in the host list
+    bool clusterNode = false;  // its server is a Galera node
+    std::chrono::steady_clock::time_point checked;  // when its node was last found usable
 };
 
 // The connections. With one, every thread uses it and its lock serialises
@@ -132,7 +137,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_bConnected(false),
       m_pLogger(Logger::Initialise()),
       m_pSettings(new StoreSettings(ReadStoreSettings())),
-      m_pHosts(new HostList(hostName)),
+      m_pHosts(new HostList(hostName, m_pSettings->clusterWrites)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
     for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
@@ -172,10 +177,10 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     }
     for (size_t host : hosts) try {
         m_pDriver = get_driver_instance();
-        slot.connection = OpenConnection(*m_pDriver, *m_pSettings, m_pHosts->Name(host), m_userName, m_password);
-        slot.host = host;
+        slot.connection = Open(host, slot);
+        if (slot.connection == nullptr) continue;
         m_bConnected = true;
-        m_pHosts->Answered(host);
+        m_pHosts->Answered(slot.host);
         break;
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
@@ -222,6 +227,76 @@ void CDatabaseConnection::MoveOn(Slot& slot) {
     Connect(slot);
 }
 
+// A new connection to the host at `index`, its session set up; null when the
+// host is a cluster node that may not be used now. Throws when it cannot connect.
+sql::Connection* CDatabaseConnection::Open(size_t index, Slot& slot) {
+    const std::string& host = m_pHosts->Name(index);
+    std::unique_ptr<sql::Connection> connection(
+        OpenConnection(*get_driver_instance(), *m_pSettings, host, m_userName, m_password));
+    const SessionNode node = PrepareSession(*connection, *m_pSettings, m_pHosts->Size() > 1);
+    if (node == SessionNode::NotSynced && m_pHosts->Size() > 1) {
+        m_pLogger->log(kLevel, L"CDatabaseConnection: %s is a cluster node that is not synced: passed over",
+                       host.c_str());
+        return nullptr;
+    }
+    slot.host = index;
+    slot.clusterNode = node != SessionNode::Plain;
+    slot.checked = std::chrono::steady_clock::now();
+    return connection.release();
+}
+
+// Before each statement on a host list, or on a cluster node: a connection
+// whose host another connection of this process has left follows it (one
+// writer); one taken kCheckAfter after its last check asks its node again and
+// moves on when the node is no longer synced; and a writer on a later host
+// than the first looks, every few seconds, whether an earlier one is usable
+// again. False when no host is usable now.
+bool CDatabaseConnection::OnUsableNode(Slot& slot) {
+    const bool several = m_pHosts->Size() > 1;
+    if (!several && !slot.clusterNode) return true;
+    const auto now = std::chrono::steady_clock::now();
+    if (m_pHosts->OneWriter() && slot.host != m_pHosts->Current()) {
+        Connect(slot);
+    } else if (now - slot.checked >= kCheckAfter) {
+        slot.checked = now;
+        SessionNode node = SessionNode::NotSynced;  // also when the server does not answer
+        try {
+            node = PrepareSession(*slot.connection, *m_pSettings, several);
+        } catch (std::exception&) {
+        }
+        if (several && node == SessionNode::NotSynced) {
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s no longer answers as a synced cluster node: moving on",
+                           m_pHosts->Name(slot.host).c_str());
+            Connect(slot);
+        } else if (m_pHosts->ReturnDue()) {
+            ReturnToEarlier(slot);
+        }
+    }
+    return slot.connection != nullptr;
+}
+
+// One writer on a later host: the first earlier host that answers and is
+// usable takes the statements again. The connection left is dropped, as by
+// Connect. An earlier host that lets a connect wait is asked again much later.
+void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
+    MutexLock lock(m_pPool->connecting);
+    for (size_t index = 0; index < slot.host; ++index) {
+        if (m_pHosts->Resting(index)) continue;
+        const auto started = std::chrono::steady_clock::now();
+        try {
+            sql::Connection* connection = Open(index, slot);
+            if (connection == nullptr) continue;
+            slot.connection = connection;
+            m_pHosts->Answered(index);
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it",
+                           m_pHosts->Name(index).c_str());
+            return;
+        } catch (std::exception&) {
+            if (std::chrono::steady_clock::now() - started > std::chrono::seconds(1)) m_pHosts->DelayReturn(30000);
+        }
+    }
+}
+
 sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) { return Execute(query).rows; }
 
 CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
@@ -242,6 +317,10 @@ CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
     long long matched = 0;
     {
         MutexLock lock(slot.lock);
+        if (!OnUsableNode(slot)) {
+            m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
+            return {nullptr, -1, 0};
+        }
         sql::Statement* statement = nullptr;
         try {
             statement = slot.connection->createStatement();

@@ -35,4 +35,21 @@ bool ConnectorReconnects(const StoreSettings& settings);
 // expose the traffic (the safe profile sending in clear text beyond this machine).
 std::vector<std::string> ConnectionWarnings(const StoreSettings& settings);
 
+// What the server behind a new or idle connection is.
+enum class SessionNode {
+    Plain,     // no cluster node (or not asked: one host in the exact profile)
+    Synced,    // a cluster node that may take statements
+    NotSynced  // a cluster node that is not ready, a donor, desynced or joining: not to be used
+};
+
+// Sets up the session of a connection after connect, and again on a
+// connection that has been idle. Asks the server whether it is a Galera
+// node and whether that node is synced (wsrep_ready ON, wsrep_local_state 4)
+// when there are several hosts to choose from, or in the safe profile. In
+// the safe profile, reads on a synced node wait until it has applied every
+// write the cluster committed before them (wsrep_sync_wait), so a read sees
+// the writes that came before it, made through any node. Throws the
+// connector's exception when the server does not answer.
+SessionNode PrepareSession(sql::Connection& connection, const StoreSettings& settings, bool severalHosts);
+
 #endif
