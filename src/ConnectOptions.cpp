@@ -1,5 +1,17 @@
 #include "private/ConnectOptions.h"
 
+#include <cppconn/statement.h>
+
+#include <memory>
+
+namespace {
+// The safe profile's session: strict, standard quoting (backslashes escape,
+// "||" is OR, double quotes delimit strings) and UTF-8 both ways.
+const char* const kSafeSession =
+    "SET NAMES utf8mb4 COLLATE utf8mb4_general_ci, "
+    "SESSION sql_mode = 'STRICT_TRANS_TABLES,ERROR_FOR_DIVISION_BY_ZERO,NO_ENGINE_SUBSTITUTION'";
+}  // namespace
+
 sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::string& host,
                                       const std::string& user, const std::string& password) {
     sql::ConnectOptionsMap options;
@@ -18,4 +30,10 @@ sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::
     options["OPT_READ_TIMEOUT"] = settings.readTimeout;
     options["OPT_WRITE_TIMEOUT"] = settings.writeTimeout;
     return options;
+}
+
+void PrepareSession(sql::Connection& connection, const StoreSettings& settings) {
+    if (settings.profile != "safe") return;
+    std::unique_ptr<sql::Statement> statement(connection.createStatement());
+    statement->execute(kSafeSession);
 }
