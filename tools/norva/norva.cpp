@@ -32,6 +32,8 @@
 #include <string>
 #include <vector>
 
+#include "private/StoreSettings.h"
+
 namespace {
 
 // Exit codes (also in norva --help and norva.1).
@@ -383,8 +385,11 @@ Result Check(const Args& a) {
         t.rows.push_back({Str(ok ? "ok" : "FAIL"), Str(text)});
         problems += ok ? 0 : 1;
     };
+    // A value the library cannot understand makes it refuse to run: name each.
+    for (const std::string& problem : ReadStoreSettings().problems)
+        finding(false, problem + ": the library refuses to run until it is corrected");
     Probe p = Connect();
-    if (p.failure.code == kUnreachable) return Fail(kUnreachable, p.failure.message);
+    if (p.failure.code == kUnreachable && problems == 0) return Fail(kUnreachable, p.failure.message);
     if (!p.connection) {
         finding(false, p.failure.message);
         return {t, Failure{"", kProblem}};
