@@ -26,16 +26,17 @@ struct MystrCmp {
 typedef std::map<const char*, TupElement*, MystrCmp> dl_Record;
 
 class ResultBlock;
+struct QueryRows;
 
 /// One multi-record SELECT (columns, table, conditions) and, once run, its
-/// rows: the records of m_records, then the rows of each result block the
-/// store added (AddResult), whose elements live in the block.
+/// rows: ExecuteQuery appends one record per row to m_records.
 class dl_MultiValue {
 public:
     /// An empty query.
     dl_MultiValue();
-    /// Shallow: shares the records' elements with the source (the result
-    /// blocks with them); tables, conditions and StartStatement start empty.
+    /// Shallow: the copy's records hold the source's element pointers, so
+    /// only one of the two may be destroyed with its records; tables,
+    /// conditions and StartStatement start empty.
     dl_MultiValue(const dl_MultiValue& other);
     /// Frees the records and their elements.
     ~dl_MultiValue();
@@ -50,9 +51,6 @@ public:
     /// `rest` (enums travel as int).
     template <class T>
     void InsertValuesInList(int count, std::list<T>& target, T first, va_list rest);
-
-    /// Appends the rows of one result, as many as it holds whole at any time.
-    void AddResult(std::shared_ptr<ResultBlock> result);
 
     /// Number of records read.
     int GetRecordCount();
@@ -81,13 +79,19 @@ public:
     } StartStatement;
 
 private:
+    friend struct QueryRows;
+    /// Appends the rows of one result block, as many as it holds whole at any time.
+    void AddResult(std::shared_ptr<ResultBlock> result);
     /// Moves the record cursor to `index` (the range test is `count < index`);
     /// false when the index is refused.
     bool StepTo(int index);
     int m_recordCursorIndex = -1;  ///< position of m_recordCursor while it is not at the end
     /// The result block holding record `index` past m_records, and its row there.
     ResultBlock* Locate(int index, size_t& row);
-    std::vector<std::shared_ptr<ResultBlock>> m_results;  ///< the rows the store added, block by block
+    /// The rows of the library's own queries, block by block, after m_records
+    /// (a host's queries have none).
+    std::vector<std::shared_ptr<ResultBlock>> m_results;
+    bool m_useBlocks = false;  ///< rows go into m_results instead of m_records
 };
 
 template <class T>

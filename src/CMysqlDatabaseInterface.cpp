@@ -17,7 +17,7 @@
 #include "private/ExactDialect.h"
 #include "private/IdAllocation.h"
 #include "private/OperationFrame.h"
-#include "private/ResultBlock.h"
+#include "private/QueryRows.h"
 #include "private/StoreSettings.h"
 #include "utility.h"
 
@@ -110,12 +110,12 @@ std::string Narrow(const void* wide) {
     return StringUtils::stringFromwstring(wide ? static_cast<const wchar_t*>(wide) : L"");
 }
 
-// The rows of a query's result into one block, which the query holds from
-// the start: should reading stop half-way, the rows read whole stay. The
-// columns' types and names are the same on every row: read once.
+// The rows of a query's result into the query. The columns' types and names
+// are the same on every row: read once. Each row is the query's as soon as
+// it is read whole, so should reading stop half-way, the rows read whole stay.
 void ReadRows(const StoreDialect& dialect, sql::ResultSet& rows, dl_MultiValue& query) {
     std::vector<int> types;
-    std::shared_ptr<ResultBlock> block;
+    std::shared_ptr<RowSink> block;
     while (rows.next()) {
         if (!block) {
             sql::ResultSetMetaData* meta = rows.getMetaData();
@@ -125,8 +125,7 @@ void ReadRows(const StoreDialect& dialect, sql::ResultSet& rows, dl_MultiValue& 
                 names.emplace_back(meta->getColumnName(i));
             }
             if (types.empty()) break;
-            block = std::make_shared<ResultBlock>(std::move(names), rows.rowsCount());
-            query.AddResult(block);
+            block = QueryRows::Open(query, std::move(names), rows.rowsCount());
         }
         for (unsigned int i = 1; i <= types.size(); ++i) dialect.ReadCell(rows, i, types[i - 1], *block);
     }

@@ -3,11 +3,14 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "private/QueryRows.h"
+
 namespace provider {
 
 void RunQuery(dl_MainInterface* db, Logger* logger, dl_MultiValue& query, const wchar_t* before,
               const wchar_t* after) {
     logger->log(kLogLevel, L"%ls", before);
+    QueryRows::UseBlocks(query);  // the providers read rows from result blocks, not the public list
     db->ExecuteQuery(&query);
     logger->log(kLogLevel, L"%ls", after);
 }

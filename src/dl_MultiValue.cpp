@@ -15,7 +15,8 @@ dl_MultiValue::dl_MultiValue() {
     m_tableCursor = m_tableTypes.end();
 }
 
-dl_MultiValue::dl_MultiValue(const dl_MultiValue& other) : m_keys(other.m_keys), m_results(other.m_results) {
+dl_MultiValue::dl_MultiValue(const dl_MultiValue& other)
+    : m_keys(other.m_keys), m_results(other.m_results), m_useBlocks(other.m_useBlocks) {
     for (const dl_Record& record : other.m_records) m_records.push_back(dl_Record(record.begin(), record.end()));
     m_recordCursor = m_records.end();
     m_keyCursor = m_keys.end();

@@ -2,6 +2,7 @@
 // queries run against the private server.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <cwchar>
 #include <string>
 
@@ -199,15 +200,56 @@ TEST_F(QueryTest, RowsBecomeTypedElements) {
     EXPECT_EQ(L"r2", Text(out));
     EXPECT_FALSE(query.GetElement(3, "CONTENT.RUN_ID", &out));
 
-    // The copy shares the elements with the source.
-    dl_MultiValue* copy = new dl_MultiValue(query);
-    EXPECT_EQ(2, copy->GetRecordCount());
+}
+
+// A host walks the public record list as well as GetRecord and GetElement:
+// all three agree, whichever is used first.
+TEST_F(QueryTest, ThePublicRecordListHoldsEveryRow) {
+    dl_MultiValue* query = new dl_MultiValue;
+    query->InsertKeys(1, "CONTENT.*");
+    query->InsertTickettype(1, TICKET_CONTENT);
+    store->ExecuteQuery(query);
+    ASSERT_EQ(3, query->GetRecordCount());
+    ASSERT_EQ(3u, query->m_records.size());
+    int index = 0;
+    for (dl_Record& record : query->m_records) {
+        ASSERT_EQ(13u, record.size());
+        std::list<TupElement*> viaGetRecord;
+        ASSERT_TRUE(query->GetRecord(index, viaGetRecord));
+        EXPECT_EQ(&record, &*query->m_recordCursor);
+        auto element = viaGetRecord.begin();
+        for (auto& entry : record) {  // bare column names, each the key of its own element
+            EXPECT_EQ(nullptr, std::strchr(entry.first, '.'));
+            EXPECT_STREQ(entry.first, entry.second->name);
+            EXPECT_NE(entry.first, entry.second->name);
+            EXPECT_EQ(*element++, entry.second);
+        }
+        TupElement run;
+        ASSERT_TRUE(query->GetElement(index, "CONTENT.RUN_ID", &run));
+        EXPECT_STREQ("RUN_ID", query->m_elementCursor->first);
+        EXPECT_EQ(Text(*record.at("RUN_ID")), Text(run));
+        EXPECT_EQ(L"r" + std::to_wstring(++index), Text(run));
+    }
+    store->ExecuteQuery(query);  // appended: the list doubles
+    EXPECT_EQ(6u, query->m_records.size());
+    EXPECT_EQ(6, query->GetRecordCount());
+    EXPECT_EQ(1, *static_cast<int*>(std::next(query->m_records.begin(), 3)->at("CONTENTID")->value));
+
+    // The copy's list holds the source's element pointers. Destroying the copy
+    // frees them; the source then only drops its list.
+    dl_MultiValue* copy = new dl_MultiValue(*query);
     EXPECT_TRUE(copy->m_tableTypes.empty());
-    std::list<TupElement*> shared;
-    copy->GetRecord(0, shared);
-    EXPECT_EQ(first.m_elements.front(), shared.front());
-    copy->m_records.clear();  // only one of the two may free the elements
+    ASSERT_EQ(6u, copy->m_records.size());
+    auto source = query->m_records.begin();
+    for (dl_Record& record : copy->m_records) {
+        ASSERT_EQ(source->size(), record.size());
+        for (auto& entry : record) EXPECT_EQ(source->at(entry.first), entry.second);
+        ++source;
+    }
     delete copy;
+    query->m_records.clear();
+    EXPECT_EQ(0, query->GetRecordCount());
+    delete query;
 }
 
 // A copy carries neither the tables nor the conditions of its source, so its

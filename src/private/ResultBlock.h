@@ -11,21 +11,22 @@
 
 #include "TimeStamp.h"
 #include "TupElement.h"
+#include "private/RowSink.h"
 
 // The rows of one query result in one block. Each cell is a record element
 // made in place: its value is kept in the block and its name is the
 // column's, so reading a result allocates per block, not per cell.
-class ResultBlock {
+class ResultBlock : public RowSink {
 public:
     // The result's column names in order, and the number of rows expected.
     ResultBlock(std::vector<std::string> names, std::size_t rows);
 
     // The next cell, row by row and column by column: no value, an int, a
     // text of `bytes` bytes of UTF-8, a time stamp.
-    void None();
-    void Int(int32_t value);
-    void Text(const char* utf8, std::size_t bytes);
-    void Time(const TimeStamp& value);
+    void None() override;
+    void Int(int32_t value) override;
+    void Text(const char* utf8, std::size_t bytes) override;
+    void Time(const TimeStamp& value) override;
 
     std::size_t Rows() const;
     // Sets out to row `row`'s elements, one per distinct column name, ordered by name.
