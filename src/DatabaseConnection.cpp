@@ -27,11 +27,11 @@ namespace {
 const LOG_CONST kLevel = LOG_LEVEL_5;
 // The source path reported when connecting fails.
 const char* const kSourcePath = "../../src/DatabaseConnection";
-// Client errors after which a prepared statement is gone while its
-// connection lives on (the connector reconnected by itself, or the server
-// forgot it): it is prepared again and run once more, as it never ran.
-const int kStatementClosed = 2056;
-const int kUnknownStatement = 1243;
+// Errors after which a prepared statement is gone while its connection lives
+// on: the connector reconnected by itself (2030 not prepared, 2056 closed) or
+// the server does not know it (1243). The statement never ran: it is prepared
+// again, on a session set up again, and run once more.
+bool StatementGone(int error) { return error == 2030 || error == 2056 || error == 1243; }
 }  // namespace
 
 // One connection, the lock its statements run under, and its prepared statements.
@@ -286,11 +286,11 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
             outcome.kind = ClassifyServerError(error);
             if (error == 0) break;
             // The server no longer holds this connection's prepared statements.
-            if (outcome.kind == ServerError::Lost || error == kStatementClosed || error == kUnknownStatement) {
+            if (outcome.kind == ServerError::Lost || StatementGone(error)) {
                 slot.prepared.Clear();
                 slot.sessionLost = true;
             }
-            if (!statement.bound || (error != kStatementClosed && error != kUnknownStatement)) break;
+            if (!statement.bound || !StatementGone(error)) break;
         }
         // Several hosts: a lost server moves this connection on to the next now.
         if (outcome.error != 0 && owner.m_pHosts->Lost(outcome.error)) owner.Connect(slot);

@@ -11,7 +11,7 @@
 #include "CMysqlDatabaseInterface.h"
 #include "_BLOB.h"
 #include "private/OperationFrame.h"
-#include "private/ResultBlock.h"
+#include "private/RowSink.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ void ExactDialect::Value(Statement& statement, PARAM_TYPE_NV type, const void* v
 
 void ExactDialect::Text(Statement& statement, const std::string& utf8) const { statement.text += "'" + utf8 + "'"; }
 
-void ExactDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, ResultBlock& block) const {
+void ExactDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const {
     // NULL as the connector reads it (S7); DATETIME without a value (S6).
     switch (columnType) {
         case sql::DataType::INTEGER: block.Int(rows.getInt(index)); break;

@@ -14,7 +14,7 @@
 #include "TimeStamp.h"
 #include "private/IdAllocation.h"
 #include "private/OperationFrame.h"
-#include "private/ResultBlock.h"
+#include "private/RowSink.h"
 #include "private/Transaction.h"
 
 namespace {
@@ -122,7 +122,7 @@ void SafeDialect::Text(Statement& statement, const std::string& utf8) const {
     statement.values.push_back(std::move(value));
 }
 
-void SafeDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, ResultBlock& block) const {
+void SafeDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const {
     if (rows.isNull(index)) {
         block.None();  // not set
         return;

@@ -108,17 +108,20 @@ Statement StoreDialect::Keyed(const char* verb, const char* column, const std::s
     return statement;
 }
 
-Statement StoreDialect::Query(const dl_MultiValue& query,
+Statement StoreDialect::Query(dl_MultiValue& query,
                               const std::function<std::string(TICKET_TYPE_NV)>& tableName) const {
     Statement statement = NewStatement();
     std::string& text = statement.text;
     text = query.StartStatement.set ? query.StartStatement.text : "SELECT ";
     // The last comma's removal takes the blank of "SELECT " when there are
     // no keys (docs/kept-behaviours.md, Q1).
-    for (const char* key : query.m_keys) text += Name(utility::StringLowerToUpper(key)) + " ,";
+    for (query.m_keyCursor = query.m_keys.begin(); query.m_keyCursor != query.m_keys.end(); ++query.m_keyCursor)
+        text += Name(utility::StringLowerToUpper(*query.m_keyCursor)) + " ,";
     if (!text.empty()) text.erase(text.size() - 1);
     text += "FROM ";
-    for (TICKET_TYPE_NV table : query.m_tableTypes) text += Name(tableName(table)) + " ,";
+    for (query.m_tableCursor = query.m_tableTypes.begin(); query.m_tableCursor != query.m_tableTypes.end();
+         ++query.m_tableCursor)
+        text += Name(tableName(*query.m_tableCursor)) + " ,";
     text.erase(text.size() - std::min<size_t>(2, text.size()));
     if (query.m_conditions.m_conditions.empty()) return statement;
     text += " WHERE ";

@@ -19,7 +19,7 @@ public:
     Statement NewStatement() const override { return Statement(); }
     void Value(Statement& statement, PARAM_TYPE_NV type, const void* value) const override;
     void Text(Statement& statement, const std::string& utf8) const override;
-    void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, ResultBlock& block) const override;
+    void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const override;
     void ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const override;
     bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what) const override;
     bool NotRun() const override { return true; }

@@ -15,7 +15,7 @@
 class CMysqlDatabaseInterface;
 class CDatabaseConnection;
 class Logger;
-class ResultBlock;
+class RowSink;
 class dl_MultiValue;
 namespace sql {
 class ResultSet;
@@ -58,7 +58,7 @@ public:
 
     // --- reading a cell ---
     // One cell of a result row into the block, by the column's type.
-    virtual void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, ResultBlock& block) const = 0;
+    virtual void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& row) const = 0;
     // The column of the current row into a caller's buffer of `type`.
     virtual void ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const = 0;
 
@@ -100,8 +100,9 @@ public:
     // <verb> C FROM T WHERE K = key
     Statement Keyed(const char* verb, const char* column, const std::string& table, const std::string& keyColumn,
                     const void* key, PARAM_TYPE_NV keyType) const;
-    // The SELECT of a query object; `tableName` names a table type.
-    Statement Query(const dl_MultiValue& query, const std::function<std::string(TICKET_TYPE_NV)>& tableName) const;
+    // The SELECT of a query object (its keys and tables read with its own
+    // cursors); `tableName` names a table type.
+    Statement Query(dl_MultiValue& query, const std::function<std::string(TICKET_TYPE_NV)>& tableName) const;
 
     // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
     const char* ColumnPart(const char* column) const;
