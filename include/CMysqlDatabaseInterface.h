@@ -21,9 +21,12 @@ class StoreDialect;
 ///
 /// Every operation logs "Inside CMysqlDatabaseInterface::<operation>()" and
 /// "Returning from ..." around its work and each SQL statement before it
-/// runs (level 5, so only with LogLevel = 5); a failed statement is logged
+/// runs (level 5, so only with LogLevel = 5; in the `safe` profile the text
+/// with its placeholders, then its values); a failed statement is logged
 /// with the server's message and reported, where an operation reports at
 /// all, as `false` or an unfilled result. No exception leaves an operation.
+/// A configuration value the store cannot understand makes it refuse to
+/// run: every operation answers as a failed one and writes nothing.
 class CMysqlDatabaseInterface : public dl_MainInterface {
 public:
     /// The store of the process, created on the first call together with its
@@ -62,7 +65,10 @@ public:
     /// unknown table.
     std::string GetPrimaryKey(TICKET_TYPE_NV table);
 
-    /// Writes one typed value as SQL literal text (no quotes added).
+    /// Writes one typed value as SQL literal text, as it stands: no quotes
+    /// added, nothing escaped, time stamps not written. The `exact` profile
+    /// puts its values into statements so; the `safe` one never puts a value
+    /// into a statement's text.
     void SendValueToCursor(PARAM_TYPE_NV type, std::ostringstream& out, const void* value);
 
     /// Writes one long wide text column in one statement (its result is only

@@ -29,8 +29,8 @@ public:
     virtual bool DeleteParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                                  const char* column, PARAM_TYPE_NV valueType) = 0;
     /// Writes one column (`column` as "TABLE.COLUMN") of the row `key`: an
-    /// UPDATE with the value quoted, or for PARAM_BLOB the wide text `value` in
-    /// one statement. PARAM_TIMESTAMP values are not written in the `exact`
+    /// UPDATE with the value quoted (`exact`) or bound to a prepared statement
+    /// (`safe`), or for PARAM_BLOB the wide text `value` in one statement. PARAM_TIMESTAMP values are not written in the `exact`
     /// profile. In the `exact` profile always `true`; `safe` reports the outcome.
     virtual bool AddParameter(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType,
                               const char* column, const void* value, PARAM_TYPE_NV valueType) = 0;
