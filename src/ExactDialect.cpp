@@ -70,45 +70,12 @@ void ExactDialect::Text(Statement& statement, const std::string& utf8) const { s
 
 void ExactDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const {
     // NULL as the connector reads it (S7); DATETIME without a value (S6).
-    switch (columnType) {
-        case sql::DataType::INTEGER: block.Int(rows.getInt(index)); break;
-        case sql::DataType::VARCHAR:
-        case sql::DataType::LONGVARCHAR: {
-            const sql::SQLString text = rows.getString(index);
-            block.Text(text.c_str(), text.length());
-            break;
-        }
-        default: block.None();
-    }
+    ReadPlainCell(rows, index, columnType, block);
 }
 
 void ExactDialect::ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const {
-    switch (type) {
-        case PARAM_INT:
-        case PARAM_INT_2: {
-            const int32_t number = rows.getInt(column);
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_LONG: {
-            const int64_t number = rows.getInt(column);  // a 32-bit read, sign-extended
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_DOUBLE: {
-            const double number = static_cast<double>(rows.getDouble(column));
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_WSTRING:
-        case PARAM_WSTRING_7: {
-            // The whole text and its NUL: the caller's buffer must hold it.
-            const std::wstring wide = StringUtils::wstringFromstring(rows.getString(column));
-            std::wmemcpy(static_cast<wchar_t*>(value), wide.c_str(), wide.size() + 1);
-            break;
-        }
-        default: break;  // PARAM_INT_5 and time stamps are not read (S6)
-    }
+    // NULL as the connector reads it (S7); PARAM_INT_5 and time stamps are not read (S6).
+    ReadTyped(rows, column, value, type);
 }
 
 bool ExactDialect::Answer(const Outcome&, bool, const wchar_t*) const {

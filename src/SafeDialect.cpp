@@ -127,17 +127,10 @@ void SafeDialect::ReadCell(sql::ResultSet& rows, unsigned int index, int columnT
         block.None();  // not set
         return;
     }
-    switch (columnType) {
-        case sql::DataType::INTEGER: block.Int(rows.getInt(index)); break;
-        case sql::DataType::VARCHAR:
-        case sql::DataType::LONGVARCHAR: {
-            const sql::SQLString text = rows.getString(index);
-            block.Text(text.c_str(), text.length());
-            break;
-        }
-        case sql::DataType::TIMESTAMP: block.Time(TimeFromText(rows.getString(index))); break;
-        default: block.None();
-    }
+    if (columnType == sql::DataType::TIMESTAMP)
+        block.Time(TimeFromText(rows.getString(index)));
+    else
+        ReadPlainCell(rows, index, columnType, block);
 }
 
 void SafeDialect::ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const {
@@ -145,32 +138,10 @@ void SafeDialect::ReadValue(sql::ResultSet& rows, const char* column, void* valu
         ClearValue(value, type);
         return;
     }
-    switch (type) {
-        case PARAM_INT:
-        case PARAM_INT_2: {
-            const int32_t number = rows.getInt(column);
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_LONG: {
-            const int64_t number = rows.getInt(column);  // a 32-bit read, sign-extended, as in exact
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_DOUBLE: {
-            const double number = static_cast<double>(rows.getDouble(column));
-            std::memcpy(value, &number, sizeof number);
-            break;
-        }
-        case PARAM_WSTRING:
-        case PARAM_WSTRING_7: {
-            const std::wstring wide = StringUtils::wstringFromstring(rows.getString(column));
-            std::wmemcpy(static_cast<wchar_t*>(value), wide.c_str(), wide.size() + 1);
-            break;
-        }
-        case PARAM_TIMESTAMP: *static_cast<TimeStamp*>(value) = TimeFromText(rows.getString(column)); break;
-        default: break;
-    }
+    if (type == PARAM_TIMESTAMP)
+        *static_cast<TimeStamp*>(value) = TimeFromText(rows.getString(column));
+    else
+        ReadTyped(rows, column, value, type);
 }
 
 // Every write of this profile answers here: the one place that decides

@@ -1,10 +1,14 @@
 #include "private/StoreDialect.h"
 
 #include <Logger.h>
+#include <StringUtils.h>
+#include <cppconn/datatype.h>
+#include <cppconn/resultset.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <cwchar>
 #include <random>
 #include <thread>
 
@@ -13,6 +17,7 @@
 #include "dl_MultiValue.h"
 #include "private/ExactDialect.h"
 #include "private/OperationFrame.h"
+#include "private/RowSink.h"
 #include "private/SafeDialect.h"
 #include "private/Transaction.h"
 #include "utility.h"
@@ -147,6 +152,48 @@ Statement StoreDialect::Query(dl_MultiValue& query,
         text += " ";
     }
     return statement;
+}
+
+void StoreDialect::ReadPlainCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& row) {
+    switch (columnType) {
+        case sql::DataType::INTEGER: row.Int(rows.getInt(index)); break;
+        case sql::DataType::VARCHAR:
+        case sql::DataType::LONGVARCHAR: {
+            const sql::SQLString text = rows.getString(index);
+            row.Text(text.c_str(), text.length());
+            break;
+        }
+        default: row.None();
+    }
+}
+
+void StoreDialect::ReadTyped(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) {
+    switch (type) {
+        case PARAM_INT:
+        case PARAM_INT_2: {
+            const int32_t number = rows.getInt(column);
+            std::memcpy(value, &number, sizeof number);
+            break;
+        }
+        case PARAM_LONG: {
+            const int64_t number = rows.getInt(column);  // a 32-bit read, sign-extended
+            std::memcpy(value, &number, sizeof number);
+            break;
+        }
+        case PARAM_DOUBLE: {
+            const double number = static_cast<double>(rows.getDouble(column));
+            std::memcpy(value, &number, sizeof number);
+            break;
+        }
+        case PARAM_WSTRING:
+        case PARAM_WSTRING_7: {
+            // The whole text and its NUL: the caller's buffer must hold it.
+            const std::wstring wide = StringUtils::wstringFromstring(rows.getString(column));
+            std::wmemcpy(static_cast<wchar_t*>(value), wide.c_str(), wide.size() + 1);
+            break;
+        }
+        default: break;
+    }
 }
 
 Outcome StoreDialect::Run(Statement& statement) {

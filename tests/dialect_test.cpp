@@ -109,7 +109,9 @@ TEST_P(DialectTest, WritesATimeStampOnlyInSafe) {
     const Statement update =
         dialect->SetColumn("JDFTICKET", "QENTRYID", "SUBTIME", &stamp, PARAM_TIMESTAMP, L"Q1", PARAM_WSTRING);
     EXPECT_EQ(expected.stamp, update.text);
-    if (update.bound) EXPECT_EQ("2026-11-24 09:05:00", update.values[0].text);
+    if (update.bound) {
+        EXPECT_EQ("2026-11-24 09:05:00", update.values[0].text);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, DialectTest, ::testing::ValuesIn(kProfiles),

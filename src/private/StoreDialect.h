@@ -127,6 +127,13 @@ public:
 protected:
     // How often a statement refused as a conflict (1213) runs again.
     virtual int ConflictRetries() const = 0;
+    // One cell as the connector reads it: INT as an int, the text types as
+    // text, any other type as a cell without a value.
+    static void ReadPlainCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& row);
+    // The column of the current row into a caller's int, int64 (a 32-bit
+    // read, sign-extended), double or wide text buffer, as the connector
+    // reads it; other types are not read.
+    static void ReadTyped(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type);
     // " WHERE K = key": how the single-row statements end.
     void WhereKey(Statement& statement, const std::string& keyColumn, const void* key, PARAM_TYPE_NV keyType) const;
 
