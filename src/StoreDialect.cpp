@@ -198,7 +198,10 @@ void StoreDialect::ReadTyped(sql::ResultSet& rows, const char* column, void* val
 
 Outcome StoreDialect::Run(Statement& statement) {
     utility::LogCSqlQuery(kStoreLevel, m_context.logger, statement.text.c_str());
-    if (!statement.values.empty()) m_context.logger->log(kStoreLevel, L"%ls", TraceValues(statement).c_str());
+    // The values' line is built only when it will be written: a JDF among
+    // them would otherwise be converted for nothing on every call.
+    if (!statement.values.empty() && m_context.logger->GetLevel() >= kStoreLevel)
+        m_context.logger->log(kStoreLevel, L"%ls", TraceValues(statement).c_str());
     if (m_context.connection == nullptr) return Outcome();
     Outcome outcome = ConnectionAccess::Run(*m_context.connection, statement);
     // A conflict rolled the statement back whole, so running it again cannot
