@@ -158,8 +158,8 @@ void DeleteTicket(const std::wstring& qentryId) { Exec("DELETE FROM JDFTICKET WH
 void Load(const Family& family) {
     if (g_loaded && *g_loaded == family) return;
     g_loaded.reset();
-    Exec("TRUNCATE TABLE JDFTICKET");
-    Exec("TRUNCATE TABLE STATSSUBS");
+    Exec("DELETE FROM JDFTICKET");  // the account may not TRUNCATE (DROP right)
+    Exec("DELETE FROM STATSSUBS");
     Exec("UPDATE MAXID SET JDFTICKET=0, CONTENT=0, DEVICEJOB=0, STATSSUBS=0, SERVER=0, DEVICE=0, LOG=0");
     switch (family.kind) {
         case Kind::Tickets: FillTickets(); break;

@@ -2,7 +2,14 @@
 # Starts (or brings back) a private MariaDB Galera cluster of N nodes on
 # loopback ports, whose whole state lives in DIR, and writes DIR/env.
 #
-#   scripts/cluster-start.sh DIR N
+#   scripts/cluster-start.sh [--tls] DIR N
+#
+# --tls: one private CA for the cluster (DIR/tls/ca.pem); every node takes
+# clients over TLS only with a certificate of its own from that CA (see
+# db-start.sh --tls), and the nodes' own traffic is encrypted and checked
+# against the CA too: Galera's replication (socket.ssl_*) and the full state
+# transfer (rsync through stunnel, which the server's ssl-* options turn on).
+# A DIR started with --tls keeps TLS on every later start.
 #
 # Node I (1..N) is a private server in DIR/nodeI (see db-start.sh), with its
 # client port and three Galera ports (group communication, incremental and
@@ -14,22 +21,28 @@
 #
 # DIR/env holds NORVA_CLUSTER_HOSTS (every node, comma-separated, the form
 # DBIPAddr takes), NORVA_CLUSTER_NODE<I>, NORVA_CLUSTER_SIZE and
-# NORVA_CLUSTER_DIR.
+# NORVA_CLUSTER_DIR; with TLS also NORVA_CLUSTER_CA.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source-path=SCRIPTDIR source=db-common.sh
 . "$here/db-common.sh"
 
-[[ $# -eq 2 && -n $1 && $2 =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 DIR N" >&2; exit 2; }
+tls=false
+if [[ ${1:-} == --tls ]]; then
+    tls=true
+    shift
+fi
+[[ $# -eq 2 && -n $1 && $2 =~ ^[1-9][0-9]*$ ]] || { echo "usage: $0 [--tls] DIR N" >&2; exit 2; }
 size=$2
 provider=/usr/lib/galera/libgalera_smm.so
-if [[ ! -e $provider ]] || ! command -v rsync >/dev/null; then
-    bash "$here/install-deps.sh" galera-4 rsync
+if [[ ! -e $provider ]] || ! command -v rsync >/dev/null || ! command -v stunnel >/dev/null; then
+    bash "$here/install-deps.sh" galera-4 rsync stunnel4
 fi
 
 mkdir -p "$1"
 dir=$(db_abs_dir "$1")
+[[ -s $dir/tls/ca.pem ]] && tls=true
 if [[ -s $dir/size && $(cat "$dir/size") != "$size" ]]; then
     db_die "$dir holds a cluster of $(cat "$dir/size") nodes, not $size"
 fi
@@ -68,14 +81,30 @@ for ((i = 1; i <= size; i++)); do
     client_port "$i" >"$dir/node$i/port"
 done
 
+# TLS: every node gets the cluster's CA, so that db-start.sh --tls signs its
+# certificate with it instead of making a CA of its own.
+tls_start=()
+if $tls; then
+    db_make_ca "$dir/tls"
+    for ((i = 1; i <= size; i++)); do
+        mkdir -p "$dir/node$i/tls"
+        [[ -s $dir/node$i/tls/ca.pem ]] || cp -p "$dir/tls/ca.pem" "$dir/tls/ca-key.pem" "$dir/node$i/tls/"
+    done
+    tls_start=(--tls)
+fi
+
 # Galera options of node I; extra words go after them.
 galera_opts() {
-    local g
+    local g ssl=""
     g=$(gcomm_port "$1")
+    if $tls; then
+        local t="$dir/node$1/tls"
+        ssl=";socket.ssl=YES;socket.ssl_cert=$t/server.pem;socket.ssl_key=$t/server-key.pem;socket.ssl_ca=$t/ca.pem"
+    fi
     echo --binlog-format=ROW --innodb-autoinc-lock-mode=2 --wsrep-on=ON \
         --wsrep-provider="$provider" --wsrep-cluster-name=norva \
         --wsrep-cluster-address="gcomm://$members" --wsrep-node-address="127.0.0.1:$g" \
-        "--wsrep-provider-options=gmcast.listen_addr=tcp://127.0.0.1:$g;ist.recv_addr=127.0.0.1:$((g + 1));gcache.size=32M" \
+        "--wsrep-provider-options=gmcast.listen_addr=tcp://127.0.0.1:$g;ist.recv_addr=127.0.0.1:$((g + 1));gcache.size=32M$ssl" \
         --wsrep-sst-method=rsync --wsrep-sst-receive-address="127.0.0.1:$((g + 2))" "${@:2}"
 }
 
@@ -102,7 +131,7 @@ start_position() {
 
 # Starts node I; bootstrap: as the first node of a new cluster, with the schema.
 start_node() {
-    local i=$1 opts position start_opts=("${run_as[@]}")
+    local i=$1 opts position start_opts=("${tls_start[@]}" "${run_as[@]}")
     read -ra opts <<<"$(galera_opts "$i")"
     if [[ $2 == bootstrap ]]; then
         opts+=(--wsrep-new-cluster)
@@ -164,6 +193,7 @@ done
     echo "NORVA_CLUSTER_HOSTS=$hosts"
     echo "NORVA_CLUSTER_SIZE=$size"
     echo "NORVA_CLUSTER_DIR=$dir"
+    if $tls; then echo "NORVA_CLUSTER_CA=$dir/tls/ca.pem"; fi
 } >"$dir/env.tmp"
 mv -f "$dir/env.tmp" "$dir/env"
 echo "Galera cluster of $size nodes in $dir is running: $(grep HOSTS "$dir/env")"

@@ -84,3 +84,32 @@ db_wait_gone() {
     done
     ! db_pid_alive "$pid"
 }
+
+# Certificates for TLS, made with openssl (EC P-256 keys, ten years).
+#   db_make_ca DIR                 DIR/ca.pem, DIR/ca-key.pem, unless there
+#   db_make_cert DIR NAME CN SAN   DIR/NAME.pem, DIR/NAME-key.pem signed by
+#                                  DIR's CA, SAN e.g. IP:127.0.0.1 (may be empty)
+db_make_ca() {
+    local t=$1
+    [[ -s $t/ca.pem && -s $t/ca-key.pem ]] && return 0
+    mkdir -p "$t"
+    command -v openssl >/dev/null || bash "$(dirname "${BASH_SOURCE[0]}")/install-deps.sh" openssl
+    (umask 077 && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 3650 \
+        -subj "/CN=norva private CA $(date +%s)-$RANDOM" -addext basicConstraints=critical,CA:TRUE \
+        -addext keyUsage=critical,keyCertSign,cRLSign \
+        -keyout "$t/ca-key.pem" -out "$t/ca.pem" >/dev/null 2>&1 && chmod 644 "$t/ca.pem") ||
+        db_die "openssl could not make a CA in $t"
+}
+
+db_make_cert() {
+    local t=$1 name=$2 cn=$3 san=$4 ext
+    ext="basicConstraints=CA:FALSE${san:+
+subjectAltName=$san}"
+    (umask 077 && openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj "/CN=$cn" \
+        -keyout "$t/$name-key.pem" -out "$t/$name.csr" >/dev/null 2>&1 &&
+        openssl x509 -req -in "$t/$name.csr" -CA "$t/ca.pem" -CAkey "$t/ca-key.pem" -CAcreateserial -days 3650 \
+            -extfile <(echo "$ext") -out "$t/$name.pem" >/dev/null 2>&1) ||
+        db_die "openssl could not make the certificate $t/$name.pem"
+    rm -f "$t/$name.csr"
+    chmod 644 "$t/$name.pem"
+}

@@ -2,8 +2,14 @@
 # Starts (or restarts) a private MariaDB server whose whole state lives in DIR,
 # loads sql/jdfdb.sql into it and writes DIR/env.
 #
-#   scripts/db-start.sh DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]
+#   scripts/db-start.sh [--tls] DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]
 #
+# --tls: the server takes TCP clients over TLS only (require_secure_transport;
+# the socket stays open to the administrator). DIR/tls gets a private CA
+# (ca.pem, kept if there, so a cluster can hand its own CA to each node), a
+# server certificate for 127.0.0.1 and a client certificate; DIR/env names
+# them (NORVA_TEST_DB_CA, NORVA_TEST_DB_CERT, NORVA_TEST_DB_KEY). A DIR
+# started with --tls keeps TLS on every later start.
 # --run-as USER: as root, run the server as USER (it then owns DIR);
 # --no-schema: do not load the schema (a cluster node that receives it from
 # the others); --wait: how long the server may take to answer (30 s);
@@ -18,7 +24,12 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 # shellcheck source-path=SCRIPTDIR source=db-common.sh
 . "$here/db-common.sh"
 
-usage="usage: $0 DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]"
+usage="usage: $0 [--tls] DIR [--run-as USER] [--no-schema] [--wait SECONDS] [-- SERVER-OPTION...]"
+tls=false
+if [[ ${1:-} == --tls ]]; then
+    tls=true
+    shift
+fi
 [[ $# -ge 1 && -n $1 ]] || { echo "$usage" >&2; exit 2; }
 target=$1
 shift
@@ -31,6 +42,7 @@ while (($#)); do
         --run-as) [[ $# -ge 2 ]] || { echo "$usage" >&2; exit 2; }; run_as=$2; shift 2 ;;
         --no-schema) load_schema=false; shift ;;
         --wait) [[ ${2:-} =~ ^[0-9]+$ ]] || { echo "$usage" >&2; exit 2; }; wait_seconds=$2; shift 2 ;;
+        --tls) tls=true; shift ;;
         --) shift; extra_opts=("$@"); break ;;
         *) echo "$usage" >&2; exit 2 ;;
     esac
@@ -113,20 +125,49 @@ wait_ready() {
 }
 
 write_env() {
-    printf 'NORVA_TEST_DB=tcp://127.0.0.1:%s\nNORVA_TEST_DB_DIR=%s\n' "$port" "$dir" >"$dir/env.tmp"
+    {
+        printf 'NORVA_TEST_DB=tcp://127.0.0.1:%s\nNORVA_TEST_DB_DIR=%s\n' "$port" "$dir"
+        if $tls; then
+            printf 'NORVA_TEST_DB_CA=%s\nNORVA_TEST_DB_CERT=%s\nNORVA_TEST_DB_KEY=%s\n' "$dir/tls/ca.pem" \
+                "$dir/tls/client.pem" "$dir/tls/client-key.pem"
+        fi
+    } >"$dir/env.tmp"
     mv -f "$dir/env.tmp" "$dir/env"
 }
 
+# TLS: the CA (unless one is there), the server's and a client's certificate.
+# The server's key must be readable by the user it runs as. The server reads
+# one options file, whose [sst] group only a cluster node's state transfer
+# uses: it then goes through stunnel, checked against the CA.
+defaults_opt=(--no-defaults)
+tls_opts=()
+setup_tls() {
+    local t="$dir/tls"
+    db_make_ca "$t"
+    [[ -s $t/server.pem ]] || db_make_cert "$t" server 127.0.0.1 IP:127.0.0.1
+    [[ -s $t/client.pem ]] || db_make_cert "$t" client norva-client ""
+    [[ $run_as == root ]] || chown "$run_as:" "$t/server-key.pem"
+    tls_opts=(--ssl-ca="$t/ca.pem" --ssl-cert="$t/server.pem" --ssl-key="$t/server-key.pem"
+        --require-secure-transport=ON)
+    printf '[sst]\ntca=%s\ntcert=%s\ntkey=%s\n' "$t/ca.pem" "$t/server.pem" "$t/server-key.pem" >"$t/sst.cnf"
+    defaults_opt=(--defaults-file="$t/sst.cnf")
+}
+
 report() {
+    local tls_client=""
+    $tls && tls_client=" --ssl-ca=$dir/tls/ca.pem --ssl-verify-server-cert"
     cat <<EOF
 MariaDB server for $dir is running (pid $1).
   library host:   tcp://127.0.0.1:$port
-  client:         mariadb --no-defaults -h127.0.0.1 -P$port -ulumbo27 -plumbo27 jdfdb
+  client:         mariadb --no-defaults -h127.0.0.1 -P$port$tls_client -ulumbo27 -p jdfdb   (password lumbo27)
   admin (socket): mariadb --no-defaults -S $sock -u$dba
   environment:    $dir/env
   stop:           $here/db-stop.sh $dir
 EOF
 }
+
+[[ -s $dir/tls/server.pem ]] && tls=true
+$tls && setup_tls
 
 # Already running: nothing to start.
 if pid=$(db_running_pid "$dir"); then
@@ -163,11 +204,11 @@ else
 fi
 
 rm -f "$dir/mysqld.pid" "$dir/mysqld.bgpid"
-setsid mariadbd --no-defaults "${user_opt[@]}" \
+setsid mariadbd "${defaults_opt[@]}" "${user_opt[@]}" \
     --datadir="$dir/data" --socket="$sock" --port="$port" --bind-address=127.0.0.1 \
     --pid-file="$dir/mysqld.pid" --log-error="$dir/mysqld.err" --skip-name-resolve \
     --innodb-buffer-pool-size=64M --innodb-flush-log-at-trx-commit=2 --character-set-server=utf8mb4 \
-    --collation-server=utf8mb4_general_ci --max-allowed-packet=64M "${extra_opts[@]}" \
+    --collation-server=utf8mb4_general_ci --max-allowed-packet=64M "${tls_opts[@]}" "${extra_opts[@]}" \
     </dev/null >>"$dir/mysqld.out" 2>&1 &
 pid=$!
 echo "$pid" >"$dir/mysqld.bgpid"

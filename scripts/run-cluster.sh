@@ -1,17 +1,26 @@
 #!/usr/bin/env bash
-# Builds the cluster test program, starts a private 3-node Galera cluster,
-# runs the cluster tests against it and stops every node again, whatever
+# Builds the cluster test program, starts a private 3-node Galera cluster
+# with TLS (clients, replication and state transfer; --plain: without), runs
+# the cluster tests against it (over TLS, verify-identity against the
+# cluster's CA) and stops every node again, whatever
 # happens (the nodes are stopped by the EXIT trap even when a test fails or
 # the run is interrupted). The tests are killed if the whole run, cluster
 # start included, would otherwise take more than 3 minutes (built already).
 #
-#   scripts/run-cluster.sh
+#   scripts/run-cluster.sh [--plain]
 #
 # Exits with the status of the test program.
 set -euo pipefail
 
 # shellcheck source-path=SCRIPTDIR source=run-common.sh
 . "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
+
+tls=(--tls)
+case ${1:-} in
+    --plain) tls=() ;;
+    "") ;;
+    *) echo "usage: $0 [--plain]" >&2; exit 2 ;;
+esac
 
 norva_build plain -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON --target cluster_test >/dev/null
 
@@ -28,18 +37,19 @@ trap 'exit 143' TERM
 started=$SECONDS
 # Another program can take a chosen port before a node binds it: one more try
 # from scratch.
-if ! bash scripts/cluster-start.sh "$cluster" 3; then
+if ! bash scripts/cluster-start.sh "${tls[@]}" "$cluster" 3; then
     echo "run-cluster: the cluster did not start; trying once more" >&2
     bash scripts/cluster-stop.sh "$cluster" || true
     rm -rf "$cluster"
     mkdir -p "$cluster"
-    bash scripts/cluster-start.sh "$cluster" 3
+    bash scripts/cluster-start.sh "${tls[@]}" "$cluster" 3
 fi
 echo "run-cluster: cluster formed in $((SECONDS - started)) s"
 while IFS='=' read -r key value; do
     [[ -n $key ]] && export "$key=$value"
 done <"$cluster/env"
 unset NORVA_TEST_DB NORVA_TEST_DB_DIR
+if [[ -n ${NORVA_CLUSTER_CA:-} ]]; then export NORVA_TEST_TLS_CA=$NORVA_CLUSTER_CA; fi
 
 work="$build/tests/work/cluster_test"
 mkdir -p "$work"

@@ -153,8 +153,12 @@ INSERT INTO MAXID (JDFTICKET, CONTENT, DEVICEJOB, STATSSUBS, SERVER, DEVICE, LOG
   SELECT 0, 0, 0, 0, 0, 0, 0 FROM DUAL
   WHERE NOT EXISTS (SELECT 1 FROM MAXID);
 
--- The library's account: TCP connections match '%', the socket 'localhost'.
+-- The library's compiled-in account: TCP connections match '%', the socket
+-- 'localhost'. Its password is known to everyone: a server that others can
+-- reach needs an account of its own (norva init-db --user), see the README.
+-- It gets the four rights the library uses and nothing else (an account made
+-- by an older version of this file keeps what it had: norva check warns).
 CREATE USER IF NOT EXISTS 'lumbo27'@'%' IDENTIFIED BY 'lumbo27';
 CREATE USER IF NOT EXISTS 'lumbo27'@'localhost' IDENTIFIED BY 'lumbo27';
-GRANT ALL PRIVILEGES ON jdfdb.* TO 'lumbo27'@'%';
-GRANT ALL PRIVILEGES ON jdfdb.* TO 'lumbo27'@'localhost';
+GRANT SELECT, INSERT, UPDATE, DELETE ON jdfdb.* TO 'lumbo27'@'%';
+GRANT SELECT, INSERT, UPDATE, DELETE ON jdfdb.* TO 'lumbo27'@'localhost';

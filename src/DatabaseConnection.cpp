@@ -21,6 +21,7 @@
 #include "private/HostList.h"
 #include "private/MutexLock.h"
 #include "private/PreparedCache.h"
+#include "private/ServerErrors.h"
 #include "private/StoreSettings.h"
 
 namespace {
@@ -141,6 +142,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_pSettings(new StoreSettings(ReadStoreSettings())),
       m_pHosts(new HostList(hostName)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
+    for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
 }
 
@@ -171,9 +173,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // One try per host of DBIPAddr until one answers (a single host: one try).
     for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
-        sql::ConnectOptionsMap options =
-            ConnectOptions(*m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
-        slot.connection = m_pDriver->connect(options);
+        slot.connection = OpenConnection(*m_pDriver, *m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
         m_bConnected = true;
         m_pHosts->Answered(attempt);
         slot.sessionLost = true;  // until it is set up
@@ -266,7 +266,7 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
                 }
                 RunOnce(*slot.connection, slot.prepared, statement, logger, outcome);
             } catch (sql::SQLException& e) {
-                error = e.getErrorCode() != 0 ? e.getErrorCode() : -1;
+                error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
                 const std::wstring message = StringUtils::wstringFromstring(e.what());
                 const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
                 logger->log(kLevel, L"SQLException:");
@@ -293,7 +293,9 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
             if (!statement.bound || !StatementGone(error)) break;
         }
         // Several hosts: a lost server moves this connection on to the next now.
-        if (outcome.error != 0 && owner.m_pHosts->Lost(outcome.error)) owner.Connect(slot);
+        // So does one the connector may not reconnect by itself (TLS checked after connecting).
+        const bool reopen = !ConnectorReconnects(*owner.m_pSettings) && outcome.kind == ServerError::Lost;
+        if (outcome.error != 0 && (owner.m_pHosts->Lost(outcome.error) || reopen)) owner.Connect(slot);
     }
     logger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return outcome;

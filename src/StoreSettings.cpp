@@ -3,10 +3,17 @@
 #include <ConfigurationControl.h>
 #include <StringUtils.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -67,7 +74,77 @@ const TlsMode kTlsModes[] = {TlsMode::Off, TlsMode::Required, TlsMode::VerifyCA,
 const char* const kClusterWriteNames[] = {"one", "any"};
 const ClusterWrites kClusterWriteModes[] = {ClusterWrites::One, ClusterWrites::Any};
 
+// The account of DBUser and its password; nothing falls back to the
+// compiled-in account once DBUser is set.
+void ReadCredentials(StoreSettings& s) {
+    if (s.user.empty()) {
+        if (!s.passwordFile.empty())
+            s.problems.push_back("DBPasswordFile = \"" + s.passwordFile + "\" is set without DBUser: name the account");
+        return;
+    }
+    if (s.passwordFile.empty()) {
+        s.problems.push_back("DBUser = \"" + s.user + "\" has no DBPasswordFile: name the file holding its password");
+        return;
+    }
+    std::string problem;
+    s.password = ReadPasswordFile(s.passwordFile, problem);
+    if (!problem.empty()) s.problems.push_back("DBPasswordFile = " + problem);
+}
+
+// The certificate files DBTLS needs, and no certificate file without a mode that uses it.
+void CheckTls(StoreSettings& s) {
+    auto readable = [&](const char* key, const std::string& path) {
+        if (!path.empty() && ::access(path.c_str(), R_OK) != 0)
+            s.problems.push_back(std::string(key) + " = \"" + path + "\" cannot be read: " + std::strerror(errno));
+    };
+    readable("DBTLSCA", s.tlsCA);
+    readable("DBTLSCert", s.tlsCert);
+    readable("DBTLSKey", s.tlsKey);
+    const bool verifies = s.tls == TlsMode::VerifyCA || s.tls == TlsMode::VerifyIdentity;
+    if (verifies && s.tlsCA.empty())
+        s.problems.push_back("DBTLS = \"" + ConfigurationControl::GetDBTLS() +
+                             "\" needs DBTLSCA: the CA file that signed the server's certificate");
+    if (!verifies && !s.tlsCA.empty())
+        s.problems.push_back("DBTLSCA is set but DBTLS does not check the server's certificate: "
+                             "set DBTLS to verify-ca or verify-identity");
+    if (s.tlsCert.empty() != s.tlsKey.empty())
+        s.problems.push_back("DBTLSCert and DBTLSKey go together: name both or neither");
+    if (s.tls == TlsMode::Off && !s.tlsCert.empty())
+        s.problems.push_back("DBTLSCert is set but DBTLS is off: set DBTLS");
+}
+
 }  // namespace
+
+// A file others may read is refused, as ssh and .pgpass refuse one. The
+// text of a problem never holds the password.
+std::string ReadPasswordFile(const std::string& path, std::string& problem) {
+    const std::string named = "\"" + path + "\"";
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
+        problem = named + " cannot be read: " + std::strerror(errno);
+        return std::string();
+    }
+    struct stat info;
+    std::string text;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        problem = named + " is not a regular file";
+    } else if ((info.st_mode & 077) != 0) {
+        char mode[8];
+        std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+        problem = named + " may be read by group or others (mode " + mode + "): chmod 600 " + path;
+    } else {
+        char buffer[4096];
+        ssize_t n;
+        while (text.find('\n') == std::string::npos && (n = ::read(fd, buffer, sizeof buffer)) > 0)
+            text.append(buffer, static_cast<size_t>(n));
+        text.erase(std::min(text.find('\n'), text.size()));
+        if (!text.empty() && text.back() == '\r') text.pop_back();
+        if (text.empty()) problem = named + " holds no password on its first line";
+    }
+    ::close(fd);
+    if (!problem.empty()) text.clear();
+    return text;
+}
 
 StoreSettings ReadStoreSettings() {
     StoreSettings s;
@@ -102,6 +179,8 @@ StoreSettings ReadStoreSettings() {
     s.tlsCA = ConfigurationControl::GetDBTLSCA();
     s.tlsCert = ConfigurationControl::GetDBTLSCert();
     s.tlsKey = ConfigurationControl::GetDBTLSKey();
+    ReadCredentials(s);
+    CheckTls(s);
     if (s.hosts.empty()) s.problems.push_back("DBIPAddr is empty: name the database host");
     return s;
 }

@@ -28,7 +28,10 @@
 #include <thread>
 #include <vector>
 
+#include <cppconn/resultset.h>
+
 #include "CDataAccessProvider.h"
+#include "DatabaseConnection.h"
 #include "StringUtils.h"
 #include "TestSupport.h"
 
@@ -62,6 +65,7 @@ std::string HostsFrom(int first) {
 // applied every write the cluster committed before them.
 std::unique_ptr<testing_support::RawDb> Node(int i) {
     ::setenv("NORVA_TEST_DB", Env(("NORVA_CLUSTER_NODE" + std::to_string(i + 1)).c_str()).c_str(), 1);
+    ::setenv("NORVA_TEST_DB_DIR", (ClusterDir() + "/node" + std::to_string(i + 1)).c_str(), 1);  // its socket
     auto db = std::make_unique<testing_support::RawDb>();
     db->Exec("SET SESSION wsrep_sync_wait = 1");
     db->Exec("SET SESSION group_concat_max_len = 67108864");
@@ -273,6 +277,25 @@ TEST_P(Writers, OnEveryNodeAtOnce) {
 INSTANTIATE_TEST_SUITE_P(Cluster, Writers, ::testing::Values("exact", "safe"));
 
 // A node is killed while every writer works, and started again.
+// A cluster started with --tls: the library's connection to each node is
+// encrypted, and so is the nodes' replication.
+TEST(ClusterTls, EveryNodeEncryptsClientsAndReplication) {
+    REQUIRE_CLUSTER();
+    if (Env("NORVA_TEST_TLS_CA").empty()) GTEST_SKIP() << "a cluster without TLS (run-cluster.sh --plain)";
+    for (int i = 0; i < Nodes(); ++i) {
+        const std::string node = Env(("NORVA_CLUSTER_NODE" + std::to_string(i + 1)).c_str());
+        const testing_support::ChildRun run = testing_support::InChild([&] {
+            ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(node));
+            CDataAccessProvider::GetInstance();  // makes the store and its connection
+            std::string query = "SHOW SESSION STATUS LIKE 'Ssl_cipher'";
+            std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->ExecuteSqlQuery(query));
+            return rows && rows->next() && rows->getString(2).length() > 0;
+        });
+        EXPECT_TRUE(run.result) << node << ": " << run;
+        EXPECT_EQ("1", Node(i)->Scalar("SELECT @@wsrep_provider_options LIKE '%socket.ssl = YES%'")) << node;
+    }
+}
+
 TEST(ClusterFailover, NodeKilledUnderLoadWritersMoveOnAndItCatchesUp) {
     REQUIRE_CLUSTER();
     testing_support::Watchdog watchdog(150);

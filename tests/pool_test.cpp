@@ -93,7 +93,7 @@ TEST(Pool, EveryConnectionIsOpenedAgainAfterARestart) {
     std::set<std::string> distinct(ids.begin(), ids.end());
     EXPECT_EQ(0u, distinct.count("<failed>"));
     EXPECT_EQ(static_cast<size_t>(kConnections), distinct.size());
-    // The server sees exactly the library's four connections and the raw one.
+    // The server sees exactly the library's four connections.
     testing_support::RawDb raw;
     EXPECT_EQ(std::to_string(kConnections),
               raw.Scalar("SELECT COUNT(*) FROM information_schema.PROCESSLIST WHERE USER = 'lumbo27' AND ID <> "

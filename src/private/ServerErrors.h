@@ -30,4 +30,9 @@ inline ServerError ClassifyServerError(int error) {
     }
 }
 
+// The error of a statement on a connection that was open: a TLS error there
+// means the encrypted stream broke (its server went away), which is what
+// 2013 says of a plain connection.
+inline int StatementError(int error) { return error == 2026 ? 2013 : error; }
+
 #endif

@@ -24,6 +24,7 @@ struct StoreSettings {
     int writeTimeout = 0;
     std::string user;          // DBUser; empty: the compiled-in account
     std::string passwordFile;  // DBPasswordFile
+    std::string password;      // the first line of DBPasswordFile; never logged or printed
     TlsMode tls = TlsMode::Off;
     std::string tlsCA;
     std::string tlsCert;
@@ -36,5 +37,9 @@ struct StoreSettings {
 
 // The settings as the configuration holds them now.
 StoreSettings ReadStoreSettings();
+
+// The password on the first line of `path`, a regular file only its owner
+// may read. Empty, with `problem` naming the file and the fix, otherwise.
+std::string ReadPasswordFile(const std::string& path, std::string& problem);
 
 #endif

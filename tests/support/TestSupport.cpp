@@ -7,11 +7,18 @@
 #include <cppconn/statement.h>
 #include <gtest/gtest.h>
 #include <mysql_driver.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 #include "CMysqlDatabaseInterface.h"
@@ -102,11 +109,14 @@ void LogCapture::Clear() {
 }
 
 RawDb::RawDb() {
-    if (DbHost().empty()) throw std::runtime_error("NORVA_TEST_DB is not set: start the private server first");
+    if (DbDir().empty()) throw std::runtime_error("NORVA_TEST_DB_DIR is not set: start the private server first");
+    // The server's administrator over its socket: tests also change the
+    // schema, which the library's account may not.
+    const passwd* login = getpwuid(geteuid());
     sql::ConnectOptionsMap options;
-    options["hostName"] = sql::SQLString(DbHost());
-    options["userName"] = sql::SQLString("lumbo27");
-    options["password"] = sql::SQLString("lumbo27");
+    options["hostName"] = sql::SQLString("unix://" + DbDir() + "/mysqld.sock");
+    options["userName"] = sql::SQLString(login ? login->pw_name : "root");
+    options["password"] = sql::SQLString("");
     options["schema"] = sql::SQLString("jdfdb");
     options["OPT_RECONNECT"] = true;
     options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
@@ -150,6 +160,81 @@ bool ReadStatusOfC1(int& status) {
                                                                 "JDFTICKET.STATUS", &status, PARAM_INT);
 }
 void StartServer() { RunScript("db-start.sh"); }
+
+bool ChildRun::Logged(const std::string& part) const { return Count(part) > 0; }
+
+size_t ChildRun::Count(const std::string& part) const {
+    return static_cast<size_t>(
+        std::count_if(log.begin(), log.end(), [&](const std::string& line) { return line.find(part) != std::string::npos; }));
+}
+
+std::ostream& operator<<(std::ostream& out, const ChildRun& run) {
+    out << "the child answered " << (run.result ? "true" : "false") << " and logged:\n";
+    for (const std::string& line : run.log) out << "  " << line << "\n";
+    return out;
+}
+
+// Starts the child's last line, which carries body's answer.
+const char kResultMark[] = "\x01result=";
+
+ChildRun InChild(const std::function<bool()>& body, int seconds) {
+    ChildRun run;
+    int out[2];
+    if (pipe2(out, O_CLOEXEC) != 0) return run;  // not inherited by servers the child starts
+    std::fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(out[0]);
+        const int fd = out[1];
+        auto send = [fd](std::string text) {
+            for (size_t p = 0; (p = text.find('\n', p)) != std::string::npos; p += 2) text.replace(p, 1, "\\n");
+            text += '\n';
+            for (size_t done = 0; done < text.size();) {
+                const ssize_t n = write(fd, text.data() + done, text.size() - done);
+                if (n <= 0) break;
+                done += static_cast<size_t>(n);
+            }
+        };
+        Logger::Initialise()->SetLevel(5);
+        Logger::Initialise()->SetSink(
+            [&send](LOG_CONST, const std::wstring& line) { send(StringUtils::UTF8FromUni(line)); });
+        bool result = false;
+        try {
+            result = body();
+        } catch (...) {
+        }
+        send(std::string(kResultMark) + (result ? "1" : "0"));
+        _exit(0);  // the store and its connections stay as they are, as at any process end
+    }
+    close(out[1]);
+    if (pid < 0) {
+        close(out[0]);
+        return run;
+    }
+    std::string text;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd wait = {out[0], POLLIN, 0};
+        if (left.count() <= 0 || poll(&wait, 1, static_cast<int>(left.count())) <= 0) {
+            kill(pid, SIGKILL);
+            ADD_FAILURE() << "the child did not finish within " << seconds << " s";
+            break;
+        }
+        char buffer[4096];
+        const ssize_t n = read(out[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    close(out[0]);
+    waitpid(pid, nullptr, 0);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, sizeof kResultMark - 1, kResultMark) == 0) run.result = line.back() == '1';
+        else run.log.push_back(line);
+    }
+    return run;
+}
 
 Watchdog::Watchdog(int seconds)
     : m_thread([finished = m_done.get_future(), seconds] {

@@ -4,8 +4,10 @@
 #include <Logger.h>
 #include <TimeStamp.h>
 
+#include <functional>
 #include <future>
 #include <initializer_list>
+#include <iosfwd>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -61,7 +63,7 @@ private:
     int m_oldLevel;
 };
 
-// A connection of its own (not the library's) for setting up and reading back tables.
+// A connection of its own (not the library's, the administrator's) for setting up and reading back tables.
 class RawDb {
 public:
     RawDb();
@@ -84,6 +86,20 @@ void StartServer();
 // Reads JDFTICKET.STATUS of row C1 through the library's store (the
 // connection tests' probe); false when the store reported a failure.
 bool ReadStatusOfC1(int& status);
+
+// What InChild's body answered and every line the library logged meanwhile
+// (UTF-8, line breaks inside a line written as "\\n").
+struct ChildRun {
+    bool result = false;  // false also when the child died or ran out of time
+    std::vector<std::string> log;
+    bool Logged(const std::string& part) const;  // some line holds part
+    size_t Count(const std::string& part) const;  // lines holding part
+};
+// Runs body in a child process, so that the library's store is made there
+// afresh from whatever configuration body sets first. The child is killed
+// after `seconds`. The calling process must not have made the store.
+ChildRun InChild(const std::function<bool()>& body, int seconds = 60);
+std::ostream& operator<<(std::ostream& out, const ChildRun& run);  // for failure messages
 
 // Aborts the process if it is still alive after the given time: a test whose
 // call hangs (a lock left held) fails instead of hanging the suite.

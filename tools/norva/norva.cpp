@@ -32,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include "private/ConnectOptions.h"
 #include "private/StoreSettings.h"
 
 namespace {
@@ -39,10 +40,13 @@ namespace {
 // Exit codes (also in norva --help and norva.1).
 enum Exit { kOk = 0, kProblem = 1, kUnreachable = 2, kUsage = 3, kFailed = 4 };
 
-// The account and schema the library uses (compiled into it as well).
+// The schema and the account the library uses without DBUser (compiled into it as well).
 const char kSchema[] = "jdfdb";
 const char kUser[] = "lumbo27";
 const char kPassword[] = "lumbo27";
+// The rights the library needs on the schema, and all it should have.
+const char* const kRights[] = {"SELECT", "INSERT", "UPDATE", "DELETE"};
+const char kRightsText[] = "SELECT, INSERT, UPDATE, DELETE";
 
 // ---- output: one formatter for every subcommand ----
 
@@ -176,6 +180,16 @@ Result Printed() { return {Table(), Failure{"", kOk}}; }  // the command wrote i
 
 std::string Host() { return StringUtils::stringFromwstring(ConfigurationControl::GetDBIPAddr()); }
 
+// The library's settings, read as it reads them, once the command line has
+// set what it overrides.
+const StoreSettings& Settings() {
+    static const StoreSettings settings = ReadStoreSettings();
+    return settings;
+}
+
+// The account connections use: DBUser, else the compiled-in one.
+std::string Account() { return Settings().user.empty() ? kUser : Settings().user; }
+
 // ---- the connection test (and the connection of `check`) ----
 
 struct Probe {
@@ -188,22 +202,19 @@ struct Probe {
 Probe Connect() {
     Probe p{nullptr, {"", kOk}};
     try {
-        sql::ConnectOptionsMap options;
-        options["hostName"] = sql::SQLString(Host());
-        options["userName"] = sql::SQLString(kUser);
-        options["password"] = sql::SQLString(kPassword);
-        options["schema"] = sql::SQLString(kSchema);
-        options["OPT_CONNECT_TIMEOUT"] = 5;
-        options["OPT_CHARSET_NAME"] = sql::SQLString("utf8mb4");
-        p.connection.reset(get_driver_instance()->connect(options));
+        p.connection.reset(OpenConnection(*get_driver_instance(), Settings(), Host(), kUser, kPassword));
     } catch (sql::SQLException& e) {
         const int error = e.getErrorCode();
         if (error == 1049)
             p.failure = {"database " + std::string(kSchema) + " is missing at " + Host() +
                              ": load sql/jdfdb.sql (norva init-db)", kProblem};
         else if (error == 1044 || error == 1045)
-            p.failure = {"account " + std::string(kUser) + " is refused at " + Host() + ": " + e.what() +
-                             "; load sql/jdfdb.sql (norva init-db)", kProblem};
+            p.failure = {"account " + Account() + " is refused at " + Host() + ": " + e.what() +
+                             (Settings().user.empty() ? "; load sql/jdfdb.sql (norva init-db)"
+                                                      : "; check DBUser and DBPasswordFile (norva init-db --user)"),
+                         kProblem};
+        else if (error == 2026)
+            p.failure = {"no secure connection to " + Host() + ": " + e.what(), kProblem};
         else
             p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
     } catch (std::exception& e) {
@@ -385,16 +396,22 @@ Result Check(const Args& a) {
         t.rows.push_back({Str(ok ? "ok" : "FAIL"), Str(text)});
         problems += ok ? 0 : 1;
     };
-    // A value the library cannot understand makes it refuse to run: name each.
-    for (const std::string& problem : ReadStoreSettings().problems)
+    // A value the library cannot understand makes it refuse to run: name
+    // each; nothing is sent to the server then, by the library or by check.
+    for (const std::string& problem : Settings().problems)
         finding(false, problem + ": the library refuses to run until it is corrected");
+    if (problems) return {t, Failure{"", kProblem}};
     Probe p = Connect();
-    if (p.failure.code == kUnreachable && problems == 0) return Fail(kUnreachable, p.failure.message);
+    if (p.failure.code == kUnreachable) return Fail(kUnreachable, p.failure.message);
     if (!p.connection) {
         finding(false, p.failure.message);
         return {t, Failure{"", kProblem}};
     }
-    finding(true, "connected to " + Host() + " as " + kUser);
+    finding(true, "connected to " + Host() + " as " + Account());
+    if (Settings().user.empty())
+        t.rows.push_back({Str("WARN"), Str("account " + std::string(kUser) + " has the well-known default password: "
+                                           "anyone who reaches " + Host() + " may log in; make an account of your own "
+                                           "(norva init-db --user) and set DBUser and DBPasswordFile")});
     const std::string path = SchemaPath(a);
     std::vector<std::pair<std::string, Columns>> schema;
     if (!ReadSchema(path, schema)) return Fail(kFailed, "cannot read the schema file " + path);
@@ -430,34 +447,44 @@ Result Check(const Args& a) {
             else if (n == "0") finding(false, "MAXID has no row: load sql/jdfdb.sql (norva init-db), which inserts it");
             else finding(false, "MAXID has " + n + " rows: delete all but the one with the highest values");
         }
-        const std::set<std::string> rights = rows(
-            "SELECT PRIVILEGE_TYPE FROM information_schema.USER_PRIVILEGES UNION "
-            "SELECT PRIVILEGE_TYPE FROM information_schema.SCHEMA_PRIVILEGES WHERE TABLE_SCHEMA = '" +
-            std::string(kSchema) + "'");
-        for (const char* right : {"SELECT", "INSERT", "UPDATE", "DELETE"})
-            finding(rights.count(right), std::string(kUser) + " may " + right + (rights.count(right) ? "" :
-                    " not: GRANT ALL PRIVILEGES ON jdfdb.* TO '" + std::string(kUser) + "' (sql/jdfdb.sql)"));
+        // The account's own rights: everywhere (*.*) and per schema.
+        const std::set<std::string> granted = rows(
+            "SELECT CONCAT(PRIVILEGE_TYPE, ' on *.*') FROM information_schema.USER_PRIVILEGES "
+            "WHERE PRIVILEGE_TYPE <> 'USAGE' UNION "
+            "SELECT CONCAT(PRIVILEGE_TYPE, ' on ', TABLE_SCHEMA) FROM information_schema.SCHEMA_PRIVILEGES");
+        std::set<std::string> beyond = granted;
+        for (const char* right : kRights) {
+            const std::string here = std::string(right) + " on " + kSchema;
+            const bool has = granted.count(here) || granted.count(std::string(right) + " on *.*");
+            beyond.erase(here);
+            finding(has, Account() + " may " + right + (has ? "" : " not: GRANT " + std::string(kRightsText) +
+                                                                     " ON jdfdb.* TO the account (norva init-db --user)"));
+        }
+        if (!beyond.empty()) {
+            std::string list;
+            for (const std::string& right : beyond) list += (list.empty() ? "" : ", ") + right;
+            t.rows.push_back({Str("WARN"), Str(Account() + " has rights beyond " + kRightsText + " on jdfdb: " + list +
+                                               "; revoke them (norva init-db --user makes an account without)")});
+        }
     } catch (sql::SQLException& e) {
         finding(false, std::string("schema query failed: ") + e.what());
     }
     return {t, Failure{"", problems ? kProblem : kOk}};
 }
 
-// Loads the schema file with the mariadb client as an administrator.
-Result InitDb(const Args& a) {
-    const std::string path = SchemaPath(a);
-    const int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) return Fail(kFailed, "cannot read the schema file " + path);
+// Runs the mariadb client as an administrator with `input` as its standard
+// input; its exit status, or -1 when it could not be run. Nothing secret
+// goes on its command line: the SQL comes through the input.
+int RunClient(const Args& a, int input) {
     std::vector<std::string> argv = {"mariadb", "--no-defaults", "--batch"};
     if (a.Has("admin-socket")) argv.push_back("--socket=" + a.Get("admin-socket"));
     if (a.Has("admin-host")) argv.push_back("--host=" + a.Get("admin-host"));
     if (a.Has("admin-port")) argv.push_back("--port=" + a.Get("admin-port"));
     if (a.Has("admin-user")) argv.push_back("--user=" + a.Get("admin-user"));
-    const std::string where = a.Has("admin-socket") ? a.Get("admin-socket") : a.Get("admin-host");
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        dup2(fd, 0);
+        dup2(input, 0);
         if (a.Has("admin-password")) setenv("MYSQL_PWD", a.Get("admin-password").c_str(), 1);
         std::vector<char*> args;
         for (std::string& s : argv) args.push_back(&s[0]);
@@ -466,12 +493,77 @@ Result InitDb(const Args& a) {
         std::fprintf(stderr, "cannot run mariadb: %s\n", std::strerror(errno));
         _exit(127);
     }
-    close(fd);
+    close(input);
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) < 0) return Fail(kFailed, "cannot start the mariadb client");
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+    if (pid < 0 || waitpid(pid, &status, 0) < 0) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A text between single quotes, for a session without NO_BACKSLASH_ESCAPES.
+std::string Quoted(const std::string& text) {
+    std::string out = "'";
+    for (char c : text) {
+        if (c == '\'' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + "'";
+}
+
+bool Plain(const std::string& text, const char* allowed) {
+    return !text.empty() && text.size() <= 80 &&
+           std::all_of(text.begin(), text.end(), [&](char c) { return std::isalnum(static_cast<unsigned char>(c)) || std::strchr(allowed, c); });
+}
+
+// The SQL that gives `user` at each host pattern the password and the
+// library's four rights on jdfdb, and nothing else (an existing account loses
+// what it had). Empty, with `problem` set, when the options cannot be used.
+std::string AccountSql(const Args& a, std::string& problem) {
+    const std::string user = a.Get("user");
+    if (!Plain(user, "_-.")) problem = "--user takes letters, digits, '_', '-' and '.', not " + user;
+    const std::vector<std::string> hosts =
+        a.Has("from") ? std::vector<std::string>{a.Get("from")} : std::vector<std::string>{"localhost", "127.0.0.1"};
+    for (const std::string& host : hosts)
+        if (!Plain(host, "_-.%:/")) problem = "--from takes a host name, address or pattern (%, /mask), not " + host;
+    if (!a.Has("password-file")) problem = "init-db --user needs --password-file FILE";
+    if (!problem.empty()) return std::string();
+    const std::string password = ReadPasswordFile(a.Get("password-file"), problem);
+    if (!problem.empty()) {
+        problem = "--password-file " + problem;
+        return std::string();
+    }
+    std::string sql = "SET SESSION sql_mode = REPLACE(@@SESSION.sql_mode, 'NO_BACKSLASH_ESCAPES', '');\n";
+    for (const std::string& host : hosts) {
+        const std::string account = Quoted(user) + "@" + Quoted(host);
+        sql += "CREATE USER IF NOT EXISTS " + account + " IDENTIFIED BY " + Quoted(password) + ";\n" +
+               "ALTER USER " + account + " IDENTIFIED BY " + Quoted(password) + ";\n" +
+               "REVOKE ALL PRIVILEGES, GRANT OPTION FROM " + account + ";\n" +
+               "GRANT " + kRightsText + " ON jdfdb.* TO " + account + ";\n";
+    }
+    return sql;
+}
+
+// Loads the schema file with the mariadb client as an administrator, then
+// makes the account of --user if one is asked for.
+Result InitDb(const Args& a) {
+    std::string problem;
+    const std::string account = a.Has("user") ? AccountSql(a, problem) : std::string();
+    if (!problem.empty()) return Fail(problem.compare(0, 16, "--password-file ") == 0 ? kFailed : kUsage, problem);
+    const std::string path = SchemaPath(a);
+    const int fd = open(path.c_str(), O_RDONLY);
+    if (fd < 0) return Fail(kFailed, "cannot read the schema file " + path);
+    const std::string where = a.Has("admin-socket") ? a.Get("admin-socket") : a.Get("admin-host");
+    if (RunClient(a, fd) != 0)
         return Fail(kFailed, "loading " + path + " into " + where + " failed (see the mariadb line above)");
     std::printf("loaded %s into %s\n", path.c_str(), where.c_str());
+    if (account.empty()) return Printed();
+    int input[2];
+    if (pipe(input) != 0) return Fail(kFailed, "cannot start the mariadb client");
+    const bool sent = write(input[1], account.data(), account.size()) == static_cast<ssize_t>(account.size());
+    close(input[1]);  // the text is far below a pipe's buffer
+    if (!sent || RunClient(a, input[0]) != 0)
+        return Fail(kFailed, "making the account " + a.Get("user") + " at " + where + " failed (see the mariadb line above)");
+    std::printf("account %s may %s on jdfdb.* and nothing else, from %s\n", a.Get("user").c_str(), kRightsText,
+                a.Has("from") ? a.Get("from").c_str() : "localhost and 127.0.0.1");
     return Printed();
 }
 
@@ -497,11 +589,16 @@ const std::vector<Command>& Commands() {
         {"subs", 0, {"device"}, {"due"}, true, Subs, "subs [--due] [--device D]         status subscriptions (--due: due now)"},
         {"senders", 0, {"file"}, {}, false, Senders,
          "senders [--file PATH]             query-id/URL pairs of the ticket file (./QueryURL)"},
-        {"init-db", 0, {"admin-socket", "admin-host", "admin-port", "admin-user", "admin-password", "schema"}, {},
-         false, InitDb,
+        {"init-db", 0,
+         {"admin-socket", "admin-host", "admin-port", "admin-user", "admin-password", "schema", "user", "password-file",
+          "from"},
+         {}, false, InitDb,
          "init-db --admin-socket PATH | --admin-host H [--admin-port P]\n"
          "          [--admin-user U] [--admin-password W] [--schema FILE]\n"
-         "                                    load the schema and the account (mariadb client)"},
+         "          [--user NAME --password-file FILE [--from HOSTPATTERN]]\n"
+         "                                    load the schema and the account (mariadb client); --user:\n"
+         "                                    an account of your own with the library's rights only,\n"
+         "                                    from HOSTPATTERN (default: this machine)"},
     };
     return commands;
 }
@@ -518,7 +615,8 @@ int Help(FILE* out) {
                  "  1  a problem was found (check), a record is missing, or the schema or account is missing\n"
                  "  2  the database server cannot be reached\n"
                  "  3  usage error\n"
-                 "  4  other failure (schema file unreadable, init-db failed, ticket file unreadable)\n");
+                 "  4  other failure (configuration refused, schema or password file unreadable, init-db failed,\n"
+                 "     ticket file unreadable)\n");
     return out == stdout ? kOk : kUsage;
 }
 
@@ -567,6 +665,13 @@ int main(int argc, char** argv) {
     // The library's log goes to its LogFile; without one its lines would mix
     // with this tool's one-line errors on stderr, so they are dropped.
     if (ConfigurationControl::GetLogFile().empty()) Logger::Initialise()->SetSink([](LOG_CONST, const std::wstring&) {});
+    // Settings the library would refuse are refused here too, before
+    // connecting (check lists them as its findings).
+    if (command->readsDatabase) {
+        for (const std::string& problem : Settings().problems)
+            std::fprintf(stderr, "the configuration is refused: %s\n", problem.c_str());
+        if (!Settings().Usable()) return kFailed;
+    }
     // The library logs a failed connection only; test it here first.
     if (command->readsDatabase) {
         Probe p = Connect();

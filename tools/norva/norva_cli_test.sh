@@ -143,6 +143,69 @@ same "$(grep '^FAIL' <<<"$out")" "FAIL    column JDFTICKET.PREVSTATE is missing:
 FAIL    MAXID has no row: load sql/jdfdb.sql (norva init-db), which inserts it" "check of a broken schema"
 "${admin[@]}" -e "ALTER TABLE JDFTICKET ADD COLUMN PREVSTATE INT NULL DEFAULT NULL AFTER JOBPARTID"
 
+# The compiled-in account: check warns of its password in a line of its own,
+# and its exit status stays 0.
+"${admin[@]}" -e "INSERT INTO MAXID SELECT 0,0,0,0,0,0,0 FROM DUAL WHERE NOT EXISTS (SELECT 1 FROM MAXID)"
+expect 0 check
+same "$(grep -c '^WARN    account lumbo27 has the well-known default password' <<<"$out")" 1 "default password warning"
+
+# An account of our own: init-db --user makes it with the four rights only.
+secret='Cli-Pw-9d2 k$x'
+printf '%s\n' "$secret" >app-password
+chmod 644 app-password
+expect 4 init-db --admin-socket "$sock" --user norva_app --password-file app-password --from 127.0.0.1
+same "$err" "--password-file \"app-password\" may be read by group or others (mode 0644): chmod 600 app-password" \
+    "init-db with a password file others may read"
+chmod 600 app-password
+expect 0 init-db --admin-socket "$sock" --user norva_app --password-file app-password --from 127.0.0.1
+grep -qx 'account norva_app may SELECT, INSERT, UPDATE, DELETE on jdfdb.\* and nothing else, from 127.0.0.1' <<<"$out" ||
+    fail "init-db --user: $out"
+app=(mariadb --no-defaults -h127.0.0.1 -P"${NORVA_TEST_DB##*:}" -unorva_app jdfdb)
+grants=$("${admin[@]}" -N -e "SHOW GRANTS FOR norva_app@'127.0.0.1'" | grep -v 'GRANT USAGE')
+same "$grants" 'GRANT SELECT, INSERT, UPDATE, DELETE ON `jdfdb`.* TO `norva_app`@`127.0.0.1`' "init-db grants"
+for statement in "DROP TABLE LOG" "ALTER TABLE LOG ADD COLUMN X INT" "CREATE TABLE X (A INT)" \
+    "SELECT COUNT(*) FROM mysql.user" "CREATE DATABASE other"; do
+    MYSQL_PWD=$secret "${app[@]}" -e "$statement" 2>/dev/null && fail "norva_app may: $statement"
+done
+MYSQL_PWD=$secret "${app[@]}" -N -e "SELECT COUNT(*) FROM MAXID" >/dev/null || fail "norva_app may not read MAXID"
+
+# The tool as that account: no warning, every reading command works, and the
+# password shows in no output.
+printf 'DBIPAddr = %s\nDBUser = norva_app\nDBPasswordFile = app-password\n' "$NORVA_TEST_DB" >norva.conf
+outputs=""
+expect 0 check
+outputs+=$out$err
+[[ $out != *WARN* && $out == *"connected to $NORVA_TEST_DB as norva_app"* ]] || fail "check as norva_app: $out"
+for command in tickets "ticket cli-q1" devices servers subs; do
+    # shellcheck disable=SC2086  # the command has its arguments
+    expect 0 $command
+    outputs+=$out$err
+done
+# Rights beyond the four are a warning; one missing is a finding.
+"${admin[@]}" -e "GRANT ALTER, DROP ON jdfdb.* TO norva_app@'127.0.0.1'; REVOKE DELETE ON jdfdb.* FROM norva_app@'127.0.0.1'"
+expect 1 check
+outputs+=$out$err
+same "$(grep -E '^(WARN|FAIL)' <<<"$out")" "FAIL    norva_app may DELETE not: GRANT SELECT, INSERT, UPDATE, DELETE ON jdfdb.* TO the account (norva init-db --user)
+WARN    norva_app has rights beyond SELECT, INSERT, UPDATE, DELETE on jdfdb: ALTER on jdfdb, DROP on jdfdb; revoke them (norva init-db --user makes an account without)" \
+    "check of an account with other rights"
+# A wrong password, a password file others may read, TLS the server lacks.
+echo wrong >wrong-password && chmod 600 wrong-password
+sed -i 's/^DBPasswordFile = .*/DBPasswordFile = wrong-password/' norva.conf
+expect 1 devices
+outputs+=$out$err
+same "$err" "account norva_app is refused at $NORVA_TEST_DB: Access denied for user 'norva_app'@'127.0.0.1' (using password: YES); check DBUser and DBPasswordFile (norva init-db --user)" "wrong password"
+chmod 640 wrong-password
+expect 4 tickets
+same "$err" "the configuration is refused: DBPasswordFile = \"wrong-password\" may be read by group or others (mode 0640): chmod 600 wrong-password" "norva with a password file others may read"
+sed -i 's/^DBPasswordFile = .*/DBPasswordFile = app-password/' norva.conf
+echo "DBTLS = required" >>norva.conf
+expect 1 devices
+same "$err" "no secure connection to $NORVA_TEST_DB: DBTLS = required: the server did not encrypt the connection" "norva, DBTLS against a plain server"
+outputs+=$out$err
+[[ $outputs != *"$secret"* ]] || fail "the password was printed"
+echo "DBIPAddr = $NORVA_TEST_DB" >norva.conf
+"${admin[@]}" -e "DROP USER norva_app@'127.0.0.1'"
+
 # A missing schema: named by every reading command; init-db brings it back.
 "${admin[@]}" -e "DROP DATABASE jdfdb"
 expect 1 devices
