@@ -168,12 +168,12 @@ CMysqlDatabaseInterface::CMysqlDatabaseInterface()
         m_userName = "lumbo27";
         m_password = "lumbo27";
         m_hostName = StringUtils::UTF8FromUni(ConfigurationControl::GetDBIPAddr());
+        // The connection opens nothing when the settings have problems (it
+        // names them); the store then refuses every operation.
+        m_pDBConnection = CDatabaseConnection::GetInstance(m_hostName, m_userName, m_password);
         const StoreSettings settings = ReadStoreSettings();
         for (const std::string& problem : settings.problems) m_refusal += (m_refusal.empty() ? "" : "; ") + problem;
-        // A store that cannot understand its configuration does not connect:
-        // nothing reaches the database.
         if (Refused()) return;
-        m_pDBConnection = CDatabaseConnection::GetInstance(m_hostName, m_userName, m_password);
         m_bIDPattern = settings.idPattern;
         m_pDialect = MakeDialect(settings.profile, {this, m_pDBConnection, m_pLogger, &m_mutex, m_bIDPattern});
         m_pLogger->log(kLevel, L"Creation a singleton object for dl_DatabaseInterface has been done");

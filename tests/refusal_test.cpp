@@ -1,5 +1,5 @@
 // A configuration value the store cannot understand (here a misspelt
-// Profile) makes it refuse to run: it does not connect, every operation
+// Profile) makes it refuse to run: nothing is sent to the server, every operation
 // answers false (or writes no identifier, or no record), nothing reaches the
 // database, and an error-level line names the value at start-up and again
 // for each refused operation.
