@@ -212,7 +212,7 @@ int main(int argc, char** argv) {
     std::printf("stored: %zu queue entries in all, %zu devices on server %d, %zu subscriptions of %ls\n",
                 entries.size(), onServer.size(), server.SERVERID, subs.size(), senderId.c_str());
     for (const ContentTableRecord& c : stored)
-        std::printf("  content %d of %ls: %ls, %d pages, %ls\n", c.contentId, c.qentryId.c_str(),
+        std::printf("  content id %d, queue entry %ls: %ls, %d pages, %ls\n", c.contentId, c.qentryId.c_str(),
                     c.displayName.c_str(), c.nPages, c.cacFilePath.c_str());
 
     // 8. Remove everything added, devices before their server.

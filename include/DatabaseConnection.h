@@ -71,6 +71,9 @@ private:
     class Lease;
 
     bool Connect(Slot& slot);
+    sql::Connection* Open(size_t index, Slot& slot);
+    bool OnUsableNode(Slot& slot);
+    void ReturnToEarlier(Slot& slot);
     bool ReEstablish(Slot& slot);
 
     std::string m_userName;

@@ -98,6 +98,10 @@ CREATE TABLE IF NOT EXISTS STATSSUBS (
   KEY IDX_STATSSUBS_DEVICEID (DEVICEID(191))
 ) ENGINE=InnoDB DEFAULT CHARSET=utf8mb4 COLLATE=utf8mb4_general_ci;
 
+-- The subscriptions of a queue entry, found by `norva purge`; created here
+-- as well for databases made before the index existed.
+CREATE INDEX IF NOT EXISTS IDX_STATSSUBS_QENTRYID ON STATSSUBS (QENTRYID(191));
+
 -- Servers that drive the output devices.
 CREATE TABLE IF NOT EXISTS SERVER (
   SERVERID              INT           NOT NULL,

@@ -79,12 +79,6 @@ sql::ConnectOptionsMap ConnectOptions(const StoreSettings& settings, const std::
     return options;
 }
 
-void PrepareSession(sql::Connection& connection, const StoreSettings& settings) {
-    if (settings.profile != "safe") return;
-    std::unique_ptr<sql::Statement> statement(connection.createStatement());
-    statement->execute(kSafeSession);
-}
-
 std::string CheckTransport(sql::Connection& connection, const StoreSettings& settings) {
     if (settings.tls == TlsMode::Off) return std::string();
     std::unique_ptr<sql::Statement> statement(connection.createStatement());
@@ -136,4 +130,24 @@ std::vector<std::string> ConnectionWarnings(const StoreSettings& settings) {
         start = comma + 1;
     }
     return lines;
+}
+
+SessionNode PrepareSession(sql::Connection& connection, const StoreSettings& settings, bool severalHosts) {
+    const bool safe = settings.profile == "safe";
+    if (!severalHosts && !safe) return SessionNode::Plain;
+    std::unique_ptr<sql::Statement> statement(connection.createStatement());
+    if (safe) statement->execute(kSafeSession);
+    // SHOW, unlike SELECT, never waits for the cluster (wsrep_sync_wait 1 covers reads only).
+    std::unique_ptr<sql::ResultSet> status(statement->executeQuery(
+        "SHOW GLOBAL STATUS WHERE Variable_name IN ('wsrep_provider_name', 'wsrep_ready', 'wsrep_local_state')"));
+    std::string provider, ready, state;
+    while (status->next()) {
+        const std::string name = status->getString(1), value = status->getString(2);
+        (name == "wsrep_provider_name" ? provider : name == "wsrep_ready" ? ready : state) = value;
+    }
+    if (provider.empty()) return SessionNode::Plain;
+    const bool synced = ready == "ON" && state == "4";
+    if (!synced && severalHosts) return SessionNode::NotSynced;
+    if (safe) statement->execute("SET SESSION wsrep_sync_wait = 1");
+    return synced ? SessionNode::Synced : SessionNode::NotSynced;
 }

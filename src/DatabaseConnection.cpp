@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 
@@ -33,6 +34,8 @@ const char* const kSourcePath = "../../src/DatabaseConnection";
 // the server does not know it (1243). The statement never ran: it is prepared
 // again, on a session set up again, and run once more.
 bool StatementGone(int error) { return error == 2030 || error == 2056 || error == 1243; }
+// A connection taken after this long is asked again whether its node is usable.
+const std::chrono::milliseconds kCheckAfter(1000);
 }  // namespace
 
 // One connection, the lock its statements run under, and its prepared statements.
@@ -42,6 +45,9 @@ struct CDatabaseConnection::Slot {
     std::mutex lease;  // held by the thread the connection is leased to
     PreparedCache prepared{kPreparedPerConnection};
     bool sessionLost = false;  // the connector may have opened it again: set the session up anew
+    size_t host = 0;   // the connection's place in the host list
+    bool clusterNode = false;  // its server is a Galera node
+    std::chrono::steady_clock::time_point checked;  // when its node was last found usable
 };
 
 // The connections. With one, every thread uses it and its lock serialises
@@ -140,7 +146,7 @@ CDatabaseConnection::CDatabaseConnection(const std::string& hostName, const std:
       m_bConnected(false),
       m_pLogger(Logger::Initialise()),
       m_pSettings(new StoreSettings(ReadStoreSettings())),
-      m_pHosts(new HostList(hostName)),
+      m_pHosts(new HostList(hostName, m_pSettings->clusterWrites)),
       m_pPool(new Pool(std::max(1, m_pSettings->connections))) {
     for (const std::string& line : ConnectionWarnings(*m_pSettings)) m_pLogger->log(kLevel, L"%s", line.c_str());
     InitConnection();
@@ -173,12 +179,11 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // One try per host of DBIPAddr until one answers (a single host: one try).
     for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
         m_pDriver = get_driver_instance();
-        slot.connection = OpenConnection(*m_pDriver, *m_pSettings, m_pHosts->Attempt(attempt), m_userName, m_password);
+        slot.connection = Open(m_pHosts->Attempt(attempt), slot);
+        if (slot.connection == nullptr) continue;
         m_bConnected = true;
-        m_pHosts->Answered(attempt);
-        slot.sessionLost = true;  // until it is set up
-        PrepareSession(*slot.connection, *m_pSettings);
-        slot.sessionLost = false;
+        m_pHosts->Answered(slot.host);
+        slot.sessionLost = false;  // Open set the session up
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
@@ -190,6 +195,78 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     }
     return m_bConnected;
 }
+
+// A new connection to the host at `index`, its session set up; null when the
+// host is a cluster node that may not be used now. Throws when it cannot connect.
+sql::Connection* CDatabaseConnection::Open(size_t index, Slot& slot) {
+    const std::string& host = m_pHosts->Name(index);
+    std::unique_ptr<sql::Connection> connection(
+        OpenConnection(*get_driver_instance(), *m_pSettings, host, m_userName, m_password));
+    const SessionNode node = PrepareSession(*connection, *m_pSettings, m_pHosts->Size() > 1);
+    if (node == SessionNode::NotSynced && m_pHosts->Size() > 1) {
+        m_pLogger->log(kLevel, L"CDatabaseConnection: %s is a cluster node that is not synced: passed over",
+                       host.c_str());
+        return nullptr;
+    }
+    slot.host = index;
+    slot.clusterNode = node != SessionNode::Plain;
+    slot.checked = std::chrono::steady_clock::now();
+    return connection.release();
+}
+
+// Before each statement on a host list, or on a cluster node: a connection
+// whose host another connection of this process has left follows it (one
+// writer); one taken kCheckAfter after its last check asks its node again and
+// moves on when the node is no longer synced; and a writer on a later host
+// than the first looks, every few seconds, whether an earlier one is usable
+// again. False when no host is usable now.
+bool CDatabaseConnection::OnUsableNode(Slot& slot) {
+    const bool several = m_pHosts->Size() > 1;
+    if (!several && !slot.clusterNode) return true;
+    const auto now = std::chrono::steady_clock::now();
+    if (m_pHosts->OneWriter() && slot.host != m_pHosts->Current()) {
+        Connect(slot);
+    } else if (now - slot.checked >= kCheckAfter) {
+        slot.checked = now;
+        SessionNode node = SessionNode::NotSynced;  // also when the server does not answer
+        try {
+            node = PrepareSession(*slot.connection, *m_pSettings, several);
+        } catch (std::exception&) {
+        }
+        if (several && node == SessionNode::NotSynced) {
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s no longer answers as a synced cluster node: moving on",
+                           m_pHosts->Name(slot.host).c_str());
+            Connect(slot);
+        } else if (m_pHosts->ReturnDue()) {
+            ReturnToEarlier(slot);
+        }
+    }
+    return slot.connection != nullptr;
+}
+
+// One writer on a later host: the first earlier host that answers and is
+// usable takes the statements again. The connection left is dropped, as by
+// Connect. An earlier host that lets a connect wait is asked again much later.
+void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
+    MutexLock lock(m_pPool->connecting);
+    for (size_t index = 0; index < slot.host; ++index) {
+        const auto started = std::chrono::steady_clock::now();
+        try {
+            sql::Connection* connection = Open(index, slot);
+            if (connection == nullptr) continue;
+            slot.prepared.Clear();  // they belong to the connection left
+            slot.connection = connection;
+            slot.sessionLost = false;
+            m_pHosts->Answered(index);
+            m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it",
+                           m_pHosts->Name(index).c_str());
+            return;
+        } catch (std::exception&) {
+            if (std::chrono::steady_clock::now() - started > std::chrono::seconds(1)) m_pHosts->DelayReturn(30000);
+        }
+    }
+}
+
 
 sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
     Statement statement;
@@ -256,12 +333,17 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
     }
     {
         MutexLock lock(slot.lock);
+        if (!owner.OnUsableNode(slot)) {
+            logger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
+            outcome.kind = ServerError::Lost;
+            return outcome;
+        }
         for (int attempt = 0; attempt < 2; ++attempt) {
             int error = 0;
             try {
                 if (slot.sessionLost) {
                     slot.prepared.Clear();
-                    PrepareSession(*slot.connection, *owner.m_pSettings);
+                    PrepareSession(*slot.connection, *owner.m_pSettings, owner.m_pHosts->Size() > 1);
                     slot.sessionLost = false;
                 }
                 RunOnce(*slot.connection, slot.prepared, statement, logger, outcome);

@@ -6,28 +6,48 @@
 #include <string>
 #include <vector>
 
+#include "private/StoreSettings.h"
+
 // The database hosts of DBIPAddr: one host, or several separated by commas
-// (the nodes of a cluster). A connect tries them in turn, starting with the
-// host that answered last, and keeps the first that answers. Once that
-// host's server is lost, the next connect starts with the host after it.
-// A value without a comma is one host, taken as it stands.
+// (the nodes of a cluster). A value without a comma is one host, taken as it
+// stands. A connect tries them in turn and keeps the first that answers
+// and is usable:
+// - ClusterWrites = one: always from the first host of the list, so every
+//   process given the same list writes to the same node; while a later host
+//   is in use, an earlier one is looked at again now and then (ReturnDue);
+// - ClusterWrites = any: from the host that answered last; once its server
+//   is lost, the next connect starts with the host after it.
 class HostList {
 public:
-    explicit HostList(const std::string& value);
+    explicit HostList(const std::string& value, ClusterWrites writes = ClusterWrites::Any);
 
     size_t Size() const { return m_hosts.size(); }
-    // The host of the n-th try of a connect (0: the current host).
-    const std::string& Attempt(size_t n) const;
-    // The n-th try answered: its host becomes the current one.
-    void Answered(size_t n);
+    const std::string& Name(size_t host) const { return m_hosts[host]; }
+    // The host of the n-th try of a connect, as an index.
+    size_t Attempt(size_t n) const;
+    // The place in the list of the host in use.
+    size_t Current() const { return m_current; }
+    // ClusterWrites = one with several hosts: every connect starts with the first.
+    bool OneWriter() const { return m_writes == ClusterWrites::One && m_hosts.size() > 1; }
+    // One writer on a later host than the first: true at most once every
+    // kReturnEveryMs, when it is time to look whether an earlier one is usable again.
+    bool ReturnDue();
+    static constexpr long long kReturnEveryMs = 2000;
+    // An earlier host that did not answer in time is looked at again only after this long.
+    void DelayReturn(long long ms);
+    // `host` answered a connect: it becomes the current one.
+    void Answered(size_t host);
     // True when the server error number says the current server is lost (or
     // cannot serve) and there is another host to try; the next connect then
-    // starts with the next host. Always false for a single host.
+    // starts with the next host (one writer: with the first). Always false for
+    // a single host.
     bool Lost(int error);
 
 private:
     std::vector<std::string> m_hosts;
+    const ClusterWrites m_writes;
     std::atomic<size_t> m_current{0};
+    std::atomic<long long> m_nextReturnMs{0};
 };
 
 #endif

@@ -9,17 +9,21 @@
 #include <Logger.h>
 #include <StringUtils.h>
 #include <ZTTickets.h>
+#include <cppconn/connection.h>
 #include <cppconn/driver.h>
 #include <cppconn/exception.h>
 #include <cppconn/resultset.h>
 #include <cppconn/statement.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <norvadatalayer.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,12 +37,13 @@
 #include <vector>
 
 #include "private/ConnectOptions.h"
+#include "private/HostList.h"
 #include "private/StoreSettings.h"
 
 namespace {
 
 // Exit codes (also in norva --help and norva.1).
-enum Exit { kOk = 0, kProblem = 1, kUnreachable = 2, kUsage = 3, kFailed = 4 };
+enum Exit { kOk = 0, kProblem = 1, kUnreachable = 2, kUsage = 3, kFailed = 4, kInterrupted = 130 };
 
 // The schema and the account the library uses without DBUser (compiled into it as well).
 const char kSchema[] = "jdfdb";
@@ -197,12 +202,21 @@ struct Probe {
     Failure failure;
 };
 
-// Connects as the library does. A server that cannot be reached is exit 2;
-// one that answers but lacks the schema or the account is a problem (exit 1).
+// Connects as the library does, to the host the library would write through:
+// the first of DBIPAddr's hosts that answers and, on a cluster, is synced. A
+// server that cannot be reached is exit 2; one that answers but lacks the
+// schema or the account is a problem (exit 1).
 Probe Connect() {
     Probe p{nullptr, {"", kOk}};
-    try {
-        p.connection.reset(OpenConnection(*get_driver_instance(), Settings(), Host(), kUser, kPassword));
+    const HostList hosts(Host(), Settings().clusterWrites);
+    for (size_t attempt = 0; attempt < hosts.Size() && !p.connection; ++attempt) try {
+        const std::string& host = hosts.Name(hosts.Attempt(attempt));
+        p.connection.reset(OpenConnection(*get_driver_instance(), Settings(), host, kUser, kPassword));
+        if (PrepareSession(*p.connection, Settings(), hosts.Size() > 1) == SessionNode::NotSynced && hosts.Size() > 1) {
+            p.connection.reset();
+            p.failure = {"cannot reach database at " + Host() + ": " + host + " is a cluster node that is not synced",
+                         kUnreachable};
+        }
     } catch (sql::SQLException& e) {
         const int error = e.getErrorCode();
         if (error == 1049)
@@ -220,6 +234,7 @@ Probe Connect() {
     } catch (std::exception& e) {
         p.failure = {"cannot reach database at " + Host() + ": " + e.what(), kUnreachable};
     }
+    if (p.connection) p.failure = {"", kOk};
     return p;
 }
 
@@ -567,6 +582,165 @@ Result InitDb(const Args& a) {
     return Printed();
 }
 
+// ---- purge ----
+
+// Set by SIGINT or SIGTERM: the purge stops after the batch in flight.
+volatile std::sig_atomic_t g_stopPurge = 0;
+extern "C" void StopPurge(int) { g_stopPurge = 1; }
+
+// A text as a literal the server reads back byte for byte, whatever it holds.
+std::string Literal(const std::string& text) {
+    static const char kDigits[] = "0123456789ABCDEF";
+    std::string out = "_utf8mb4 X'";
+    for (unsigned char c : text) out += {kDigits[c >> 4], kDigits[c & 15]};
+    return out + "'";
+}
+
+// A duration such as 90s, 30m, 12h or 30d, in seconds; -1 when malformed.
+long long Seconds(const std::string& text) {
+    char* end = nullptr;
+    const long long n = std::strtoll(text.c_str(), &end, 10);
+    const std::map<std::string, long long> units = {{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
+    const auto unit = units.find(end ? end : "");
+    if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0])) || unit == units.end() ||
+        n > 100000LL * 86400 / unit->second)
+        return -1;
+    return n * unit->second;
+}
+
+// What a purge removed (or, in a dry run, would remove).
+struct PurgeCounts {
+    long long entries = 0, contents = 0, subscriptions = 0, batches = 0;
+};
+
+Table PurgeTable(const PurgeCounts& n, const std::string& result) {
+    return Table{{"result", "queue_entries", "content_rows", "subscriptions", "batches"},
+                 {{Str(result), Cell{std::to_string(n.entries), Cell::Number},
+                   Cell{std::to_string(n.contents), Cell::Number}, Cell{std::to_string(n.subscriptions), Cell::Number},
+                   Cell{std::to_string(n.batches), Cell::Number}}},
+                 true};
+}
+
+// Ticket texts of one batch stay below this many bytes (at least one entry a
+// batch): a cluster refuses a write set larger than wsrep_max_ws_size.
+const long long kBatchBytes = 64LL << 20;
+
+// One batch in one transaction: the first entries the filter names (locked),
+// as many as fit in `rows` rows with their dependants, go with their content
+// rows and subscriptions. Returns the entries removed, 0 when none is left.
+long long PurgeBatch(sql::Statement& st, const std::string& where, long long rows, long long candidates,
+                     PurgeCounts& total) {
+    st.execute("START TRANSACTION");
+    std::vector<std::string> keys;
+    long long batchRows = 0, bytes = 0, contents = 0, subscriptions = 0;
+    {
+        std::unique_ptr<sql::ResultSet> r(st.executeQuery(
+            "SELECT t.QENTRYID, (SELECT COUNT(*) FROM CONTENT c WHERE c.QENTRYID = t.QENTRYID), "
+            "(SELECT COUNT(*) FROM STATSSUBS s WHERE s.QENTRYID = t.QENTRYID), "
+            "COALESCE(LENGTH(t.JDF), 0) + COALESCE(LENGTH(t.QSUBSPARAMS), 0) FROM JDFTICKET t WHERE " +
+            where + " ORDER BY t.QENTRYID LIMIT " + std::to_string(candidates) + " FOR UPDATE"));
+        while (r->next()) {
+            const long long entryRows = 1 + r->getInt64(2) + r->getInt64(3);
+            if (!keys.empty() && (batchRows + entryRows > rows || bytes + r->getInt64(4) > kBatchBytes)) break;
+            keys.push_back(r->getString(1));
+            batchRows += entryRows, bytes += r->getInt64(4);
+            contents += r->getInt64(2), subscriptions += r->getInt64(3);
+        }
+    }
+    if (keys.empty()) {
+        st.execute("COMMIT");
+        return 0;
+    }
+    std::string in;
+    for (const std::string& key : keys) in += (in.empty() ? "" : ", ") + Literal(key);
+    // One statement, whole in itself even outside the transaction (a session
+    // the connector opened again by itself); the filter is asked again, so an
+    // entry changed meanwhile stays with its rows.
+    st.execute("DELETE t, c, s FROM JDFTICKET t LEFT JOIN CONTENT c ON c.QENTRYID = t.QENTRYID "
+               "LEFT JOIN STATSSUBS s ON s.QENTRYID = t.QENTRYID WHERE t.QENTRYID IN (" + in + ") AND " + where);
+    st.execute("COMMIT");
+    // Counted as the batch found them: rows added meanwhile went with it.
+    total.entries += static_cast<long long>(keys.size());
+    total.contents += contents, total.subscriptions += subscriptions, ++total.batches;
+    return static_cast<long long>(keys.size());
+}
+
+Result Purge(const Args& a) {
+    const std::string stateText = a.Get("state");
+    char* end = nullptr;
+    const long state = std::strtol(stateText.c_str(), &end, 10);
+    if (stateText.empty() || *end != 0) return Fail(kUsage, "purge needs --state S, a number");
+    // The filter, on the queue entries as `t`.
+    std::string where = "t.STATE = " + std::to_string(state);
+    if (a.Has("older-than")) {
+        const long long age = Seconds(a.Get("older-than"));
+        if (age < 0) return Fail(kUsage, "--older-than takes a number and a unit (s, m, h or d), such as 30d");
+        if (Upper(ConfigurationControl::GetProfile()) != "SAFE")
+            return Fail(kUsage, "--older-than needs the time stamps only the safe profile stores; this is the exact "
+                                "profile (Profile = safe in norva.conf, or --profile safe)");
+        where += " AND COALESCE(t.LASTUPDATETIME, t.SUBTIME) < NOW() - INTERVAL " + std::to_string(age) + " SECOND";
+    }
+    long long rows = 1000;
+    const std::string batchText = a.Get("batch");
+    if (a.Has("batch")) {
+        rows = std::strtoll(batchText.c_str(), &end, 10);
+        if (batchText.empty() || *end != 0 || rows < 1 || rows > 100000)
+            return Fail(kUsage, "--batch takes a number of rows from 1 to 100000");
+    }
+    Probe p = Connect();
+    if (!p.connection) return Fail(p.failure.code, p.failure.message);
+    PurgeCounts n;
+    const bool progress = !a.Has("json") && isatty(STDOUT_FILENO);
+    try {
+        std::unique_ptr<sql::Statement> st(p.connection->createStatement());
+        if (a.Has("dry-run")) {
+            const std::string named = "QENTRYID IN (SELECT t.QENTRYID FROM JDFTICKET t WHERE " + where + ")";
+            std::unique_ptr<sql::ResultSet> r(st->executeQuery(
+                "SELECT (SELECT COUNT(*) FROM JDFTICKET t WHERE " + where + "), (SELECT COUNT(*) FROM CONTENT WHERE " +
+                named + "), (SELECT COUNT(*) FROM STATSSUBS WHERE " + named + ")"));
+            r->next();
+            n.entries = r->getInt64(1), n.contents = r->getInt64(2), n.subscriptions = r->getInt64(3);
+            return Done(PurgeTable(n, "dry-run"));
+        }
+        // Rows the filter does not name are neither read-locked nor waited for.
+        st->execute("SET SESSION TRANSACTION ISOLATION LEVEL READ COMMITTED");
+        struct sigaction stop = {};
+        stop.sa_handler = StopPurge;
+        stop.sa_flags = SA_RESTART | SA_RESETHAND;  // a second signal ends the process at once
+        sigaction(SIGINT, &stop, nullptr);
+        sigaction(SIGTERM, &stop, nullptr);
+        long long candidates = rows;
+        for (int conflicts = 0; !g_stopPurge;) {
+            long long removed = 0;
+            try {
+                removed = PurgeBatch(*st, where, rows, candidates, n);
+            } catch (sql::SQLException& e) {
+                // A batch that lost a conflict with another writer (a deadlock,
+                // a failed certification on a cluster) was rolled back whole.
+                if (e.getErrorCode() != 1213 || ++conflicts > 8) throw;
+                st->execute("ROLLBACK");
+                continue;
+            }
+            if (removed == 0) break;
+            conflicts = 0;
+            // Entries seen but left out this time are looked at again next batch.
+            candidates = std::min(rows, 2 * removed);
+            if (progress)
+                std::printf("batch %lld: %lld queue entries, %lld content rows, %lld subscriptions removed so far\n",
+                            n.batches, n.entries, n.contents, n.subscriptions), std::fflush(stdout);
+        }
+    } catch (sql::SQLException& e) {
+        return {PurgeTable(n, "failed"), Failure{"purge stopped: " + std::string(e.what()) +
+                                                     "; the batches before were committed whole, run it again",
+                                                 kFailed}};
+    }
+    if (g_stopPurge)
+        return {PurgeTable(n, "interrupted"),
+                Failure{"purge interrupted after " + std::to_string(n.batches) +
+                            " batches; the same command finishes it", kInterrupted}};
+    return Done(PurgeTable(n, "done"));
+}
+
 struct Command {
     const char* name;
     size_t positional;
@@ -599,6 +773,10 @@ const std::vector<Command>& Commands() {
          "                                    load the schema and the account (mariadb client); --user:\n"
          "                                    an account of your own with the library's rights only,\n"
          "                                    from HOSTPATTERN (default: this machine)"},
+        {"purge", 0, {"state", "older-than", "batch"}, {"dry-run"}, false, Purge,
+         "purge --state S [--older-than AGE] [--batch ROWS] [--dry-run]\n"
+         "                                    remove queue entries in state S with their content rows and\n"
+         "                                    subscriptions, in batches of at most ROWS rows (default 1000)"},
     };
     return commands;
 }
@@ -616,7 +794,8 @@ int Help(FILE* out) {
                  "  2  the database server cannot be reached\n"
                  "  3  usage error\n"
                  "  4  other failure (configuration refused, schema or password file unreadable, init-db failed,\n"
-                 "     ticket file unreadable)\n");
+                 "     ticket file unreadable)\n"
+                 "  130  purge interrupted (SIGINT, SIGTERM) after a whole batch; run it again\n");
     return out == stdout ? kOk : kUsage;
 }
 
@@ -667,7 +846,7 @@ int main(int argc, char** argv) {
     if (ConfigurationControl::GetLogFile().empty()) Logger::Initialise()->SetSink([](LOG_CONST, const std::wstring&) {});
     // Settings the library would refuse are refused here too, before
     // connecting (check lists them as its findings).
-    if (command->readsDatabase) {
+    if (command->readsDatabase || a.command == "purge") {
         for (const std::string& problem : Settings().problems)
             std::fprintf(stderr, "the configuration is refused: %s\n", problem.c_str());
         if (!Settings().Usable()) return kFailed;
@@ -680,6 +859,7 @@ int main(int argc, char** argv) {
             return p.failure.code;
         }
     }
+    if (json) a.flags.insert("json");
     Result r = command->run(a);
     if (!r.second.message.empty()) std::fprintf(stderr, "%s\n", r.second.message.c_str());
     if (!r.first.columns.empty()) Print(r.first, json);

@@ -122,6 +122,18 @@ expect 3 ticket
 expect 3 --profile fast tickets
 expect 3 init-db
 expect 3 tickets --state waiting
+expect 3 purge
+expect 3 purge --state 4 --batch 0
+expect 3 purge --state 4 --older-than 30d
+same "$err" "--older-than needs the time stamps only the safe profile stores; this is the exact profile (Profile = safe \
+in norva.conf, or --profile safe)" "purge by age in the exact profile"
+expect 3 --profile safe purge --state 4 --older-than 30
+# A setting that cannot be understood: refused before anything is sent.
+printf 'DBIPAddr = %s\nClusterWrites = both\n' "$NORVA_TEST_DB" >norva.conf
+expect 4 purge --state 4
+same "$err" 'the configuration is refused: ClusterWrites = "both" cannot be understood: one or any' \
+    "a bad ClusterWrites"
+echo "DBIPAddr = $NORVA_TEST_DB" >norva.conf
 expect 0 --help
 grep -q '^  2  the database server cannot be reached' <<<"$out" || fail "--help lacks the exit codes"
 
