@@ -1,19 +1,21 @@
 // The safe profile against the exact one and the bare connector. The profile
 // is read once per process, so scripts/run-bench.sh runs this program twice
 // in one run (NORVA_BENCH_PROFILE=exact, then safe) and sets the two side by
-// side. The raw side is a connection of its own sending what the safe profile
-// sends for the same call: for AddTicket the three statements (raise and read
-// MAXID, insert the row), for the reads one SELECT.
+// side. The raw side is a connection of its own running the safe profile's
+// own prepared statements for the same call, each prepared once and its
+// values bound: for AddTicket the three statements (raise and read MAXID,
+// insert the row), for the reads one SELECT.
 #include <ConfigurationControl.h>
 #include <StringUtils.h>
 #include <benchmark/benchmark.h>
 #include <cppconn/connection.h>
+#include <cppconn/prepared_statement.h>
 #include <cppconn/resultset.h>
 #include <cppconn/statement.h>
 
 #include <cstdlib>
+#include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 
 #include "BenchData.h"
@@ -41,31 +43,33 @@ sql::Connection& Raw() {
     return *connection;
 }
 
-void RawRun(const std::string& text) {
-    std::unique_ptr<sql::Statement> statement(Raw().createStatement());
-    if (statement->execute(text)) std::unique_ptr<sql::ResultSet> rows(statement->getResultSet());
+// The raw side's prepared statements, by text, each prepared once.
+sql::PreparedStatement& Prepared(const std::string& text) {
+    static std::map<std::string, std::unique_ptr<sql::PreparedStatement>> prepared;
+    std::unique_ptr<sql::PreparedStatement>& statement = prepared[text];
+    if (!statement) statement.reset(Raw().prepareStatement(text));
+    return *statement;
 }
 
-int RawInt(const std::string& text) {
-    std::unique_ptr<sql::Statement> statement(Raw().createStatement());
-    std::unique_ptr<sql::ResultSet> rows(statement->executeQuery(text));
-    return rows->next() ? rows->getInt(1) : -1;
-}
+std::string Utf8(const std::wstring& text) { return StringUtils::UTF8FromUni(text); }
 
-std::string Quoted(const std::wstring& text) { return "'" + StringUtils::UTF8FromUni(text) + "'"; }
-
-// The safe profile's INSERT of a full record, as its trace shows it.
-std::string InsertText(int id, const TicketTableRecord& r) {
-    std::ostringstream text;
-    text << "INSERT INTO `JDFTICKET` (`QENTRYID`, `JDF`, `HOLDDEVID`, `JMFRETURL`, `PREVIEWCACHEDFILEPATH`, "
-            "`PREVIEWREMOTEURL`, `UPLOADURL`, `SENDERID`, `SUBTIME`, `LASTUPDATETIME`, `QSUBSPARAMS`, `STATUSMSG`, "
-            "`STATUS`, `STATE`, `JOBID`, `JOBPARTID`) VALUES ('"
-         << id << "', " << Quoted(r.jdf) << ", " << Quoted(r.holdDevId) << ", " << Quoted(r.jmfRetUrl) << ", "
-         << Quoted(r.previewCachedFilePath) << ", " << Quoted(r.previewRemoteUrl) << ", " << Quoted(r.uploadUrl)
-         << ", " << Quoted(r.senderId) << ", '2026-11-24 09:00:00', '2026-11-24 09:00:00', " << Quoted(r.qsubsParams)
-         << ", " << Quoted(r.statusMsg) << ", '" << r.status << "', '" << r.state << "', " << Quoted(r.jobId) << ", "
-         << Quoted(r.jobPartId) << ")";
-    return text.str();
+// The safe profile's INSERT of a full record, with its values bound as the profile binds them.
+void RawInsert(int id, const TicketTableRecord& r) {
+    sql::PreparedStatement& insert = Prepared(
+        "INSERT INTO `JDFTICKET` (`QENTRYID`, `JDF`, `HOLDDEVID`, `JMFRETURL`, `PREVIEWCACHEDFILEPATH`, "
+        "`PREVIEWREMOTEURL`, `UPLOADURL`, `SENDERID`, `SUBTIME`, `LASTUPDATETIME`, `QSUBSPARAMS`, `STATUSMSG`, "
+        "`STATUS`, `STATE`, `JOBID`, `JOBPARTID`) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    const std::string texts[] = {std::to_string(id), Utf8(r.jdf), Utf8(r.holdDevId), Utf8(r.jmfRetUrl),
+                                 Utf8(r.previewCachedFilePath), Utf8(r.previewRemoteUrl), Utf8(r.uploadUrl),
+                                 Utf8(r.senderId), "2026-11-24 09:00:00", "2026-11-24 09:00:00", Utf8(r.qsubsParams),
+                                 Utf8(r.statusMsg)};
+    unsigned int index = 1;
+    for (const std::string& text : texts) insert.setString(index++, text);
+    insert.setInt(index++, r.status);
+    insert.setInt(index++, r.state);
+    insert.setString(index++, Utf8(r.jobId));
+    insert.setString(index++, Utf8(r.jobPartId));
+    insert.executeUpdate();
 }
 
 TicketTableRecord Record() {
@@ -84,9 +88,10 @@ void AddTicket(benchmark::State& state, bool raw) {
     for (auto _ : state) {
         std::wstring key;
         if (raw) {
-            RawRun("UPDATE `MAXID` SET `JDFTICKET` = LAST_INSERT_ID(GREATEST(`JDFTICKET`, 0) + 1)");
-            const int id = RawInt("SELECT LAST_INSERT_ID()");
-            RawRun(InsertText(id, full));
+            Prepared("UPDATE `MAXID` SET `JDFTICKET` = LAST_INSERT_ID(GREATEST(`JDFTICKET`, 0) + 1)").executeUpdate();
+            std::unique_ptr<sql::ResultSet> last(Prepared("SELECT LAST_INSERT_ID()").executeQuery());
+            const int id = last->next() ? last->getInt(1) : -1;
+            RawInsert(id, full);
             key = std::to_wstring(id);
         } else {
             TicketTableRecord rec = full;
@@ -101,12 +106,13 @@ void AddTicket(benchmark::State& state, bool raw) {
 
 void Read(benchmark::State& state, bool raw, bool record) {
     benchdata::Load({benchdata::Kind::Tickets, 1000});
-    const std::string text = record ? "SELECT `JDFTICKET`.* FROM `JDFTICKET` WHERE ( `JDFTICKET`.`QENTRYID` = '500' ) "
-                                    : "SELECT `STATUS` FROM `JDFTICKET` WHERE `QENTRYID` = '500'";
+    const std::string text = record ? "SELECT `JDFTICKET`.* FROM `JDFTICKET` WHERE ( `JDFTICKET`.`QENTRYID` = ? ) "
+                                    : "SELECT `STATUS` FROM `JDFTICKET` WHERE `QENTRYID` = ?";
     for (auto _ : state) {
         if (raw) {
-            std::unique_ptr<sql::Statement> statement(Raw().createStatement());
-            std::unique_ptr<sql::ResultSet> rows(statement->executeQuery(text));
+            sql::PreparedStatement& select = Prepared(text);
+            select.setString(1, "500");
+            std::unique_ptr<sql::ResultSet> rows(select.executeQuery());
             while (rows->next()) benchmark::DoNotOptimize(rows->getString(1));
         } else if (record) {
             TicketTableRecord rec;

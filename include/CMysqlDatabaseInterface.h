@@ -1,7 +1,7 @@
 #ifndef NORVA_CMYSQLDATABASEINTERFACE_H
 #define NORVA_CMYSQLDATABASEINTERFACE_H
 
-#include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,16 +15,18 @@ namespace sql {
 class ResultSet;
 }
 class Logger;
-struct StoreProfile;
-struct WriteCheck;
+class StoreDialect;
 
 /// The MySQL implementation of the generic store; one per process.
 ///
 /// Every operation logs "Inside CMysqlDatabaseInterface::<operation>()" and
 /// "Returning from ..." around its work and each SQL statement before it
-/// runs (level 5, so only with LogLevel = 5); a failed statement is logged
+/// runs (level 5, so only with LogLevel = 5; in the `safe` profile the text
+/// with its placeholders, then its values); a failed statement is logged
 /// with the server's message and reported, where an operation reports at
 /// all, as `false` or an unfilled result. No exception leaves an operation.
+/// A configuration value the store cannot understand makes it refuse to
+/// run: every operation answers as a failed one and writes nothing.
 class CMysqlDatabaseInterface : public dl_MainInterface {
 public:
     /// The store of the process, created on the first call together with its
@@ -53,15 +55,6 @@ public:
                       const char* column, void* value, PARAM_TYPE_NV valueType) override;
     bool DeleteTicket(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType) override;
     void ExecuteQuery(dl_MultiValue* query) override;
-    /// Exact profile: one AddParameter per column (after AddNewTicket, for an
-    /// insert). Safe profile: one UPDATE, or one INSERT whose key is reserved
-    /// in the database and tried again when another process took it.
-    bool WriteRow(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const dl_ColumnValue* columns,
-                  size_t count, bool ok) override;
-    /// See WriteRow.
-    bool InsertRow(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
-                   const dl_ColumnValue* columns, size_t count) override;
-
     /// The profile chosen when the store was created: "exact" or "safe".
     const char* ProfileName() const;
 
@@ -72,7 +65,10 @@ public:
     /// unknown table.
     std::string GetPrimaryKey(TICKET_TYPE_NV table);
 
-    /// Writes one typed value as SQL literal text (no quotes added).
+    /// Writes one typed value as SQL literal text, as it stands: no quotes
+    /// added, nothing escaped, time stamps not written. The `exact` profile
+    /// puts its values into statements so; the `safe` one never puts a value
+    /// into a statement's text.
     void SendValueToCursor(PARAM_TYPE_NV type, std::ostringstream& out, const void* value);
 
     /// Writes one long wide text column in one statement (its result is only
@@ -103,50 +99,11 @@ protected:
     CMysqlDatabaseInterface();
 
 private:
-    /// Chooses the next identifier from the keys and the high-water mark
-    /// (raised when passed); -1 when none is left.
-    int NextID(std::vector<int>& keys, int* maxId);
-    /// Traces and runs one statement; null without a result set.
-    sql::ResultSet* Run(std::string& text);
-    /// Traces and runs one statement, again after a deadlock as the profile
-    /// allows, and keeps the server's answer.
-    CDatabaseConnection::Outcome Exec(std::string& text);
-    /// What a change answers: always true in the exact profile; in the safe one
-    /// true only when the server took it and, with `needsRow`, it matched a row.
-    /// When the connection broke before the answer came, `lost` gives the
-    /// check that reads back whether the change took effect.
-    bool Answer(CDatabaseConnection::Outcome outcome, bool needsRow, const wchar_t* what,
-                const std::function<WriteCheck()>& lost = nullptr);
-    /// A select of the row of `key` whose columns match `terms` (MatchTerm's).
-    std::string RowProbe(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType, const std::string& terms);
-    /// Appends " AND name <=> value" to `terms`.
-    void MatchTerm(std::ostringstream& terms, const char* name, PARAM_TYPE_NV type, const void* value);
-    /// A table or column name ("TABLE.COLUMN" too) as it goes into a statement.
-    std::string Name(const std::string& name) const;
-    /// A value with its quotes ("NULL" for a time stamp that is not set, in the safe profile).
-    void Literal(std::ostringstream& out, PARAM_TYPE_NV type, const void* value);
-    /// Text that goes between single quotes.
-    std::string Quotable(const std::string& text) const;
-    /// The safe profile's identifier: reserved in MAXID (sequential) or the
-    /// lowest free key (the row insert then decides); false when none.
-    bool ReserveID(TICKET_TYPE_NV table, void* out, PARAM_TYPE_NV keyType);
-    /// Raises the table's MAXID mark to at least the largest numeric key.
-    void RaiseMarkToKeys(TICKET_TYPE_NV table);
-    /// A transaction holding MAXID's row, so that processes take turns; its
-    /// end commits when `outcome` succeeded and answers what the commit did.
-    bool BeginTurn();
-    CDatabaseConnection::Outcome EndTurn(CDatabaseConnection::Outcome outcome);
-    bool InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE_NV keyType, bool generate, bool replace,
-                            const dl_ColumnValue* columns, size_t count);
-    /// The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
-    const char* ColumnPart(const char* column);
-    /// " WHERE <key column> = '<key>'": how the single-row statements end.
-    void AppendWhereKey(std::ostringstream& text, TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV keyType);
-    /// "<verb> <column> FROM <table> WHERE <key column> = '<key>'".
-    std::string KeyedColumnStatement(const char* verb, const char* name, TICKET_TYPE_NV table, const void* key,
-                                     PARAM_TYPE_NV keyType);
-    /// The two identifier workers differ only in how keys are read and written.
-    void GenerateID(sql::ResultSet* keys, const std::string& keyColumn, void* out, int* maxId, bool textKeys);
+    friend struct StoreAccess;
+
+    /// Whether the store refuses to run (a configuration value it could not
+    /// understand); then logs why, at the error level.
+    bool Refused() const;
 
     mutex m_mutex;
     CDatabaseConnection* m_pDBConnection;
@@ -154,7 +111,8 @@ private:
     std::string m_password;
     std::string m_hostName;
     bool m_bIDPattern;
-    const StoreProfile* m_pProfile;
+    std::unique_ptr<StoreDialect> m_pDialect;  // how the chosen profile writes and reads
+    std::string m_refusal;  // why the store refuses to run; empty when it runs
     Logger* m_pLogger;
 };
 

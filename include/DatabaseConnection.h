@@ -42,36 +42,6 @@ public:
     /// Runs one statement; returns its result set (owned by the caller) or null.
     sql::ResultSet* ExecuteSqlQuery(std::string& query);
 
-    /// What one statement gave.
-    struct Outcome {
-        sql::ResultSet* rows;  ///< the result set, owned by the caller; null without one or on failure
-        int error;  ///< the server's error number; 0: none; -1: no connection could be had
-        long long matched;  ///< for a change: the rows it matched
-    };
-    /// ExecuteSqlQuery with the error number kept; same trace lines.
-    Outcome Execute(std::string& query);
-
-    /// While a Pin lives, the statements its thread runs through this object
-    /// share one connection, which no other thread uses meanwhile (for work
-    /// that spans statements, such as LAST_INSERT_ID()). Pins of one thread
-    /// nest. With a single connection it has nothing to do. Take a Pin
-    /// before any lock of the store, never while holding one.
-    class Pin {
-    public:
-        /// Holds one connection for the calling thread until destroyed.
-        explicit Pin(CDatabaseConnection* connection);
-        /// Hands the connection back (the outermost Pin of the thread).
-        ~Pin();
-        Pin(const Pin&) = delete;
-        Pin& operator=(const Pin&) = delete;
-
-    private:
-        CDatabaseConnection* m_pConnection;
-    };
-
-    /// How many connections statements are spread over (the Connections key).
-    int Size() const;
-
     /// Re-opens the connection the calling thread would use. Answers `false`
     /// even when it succeeded, so the statement that noticed the drop is not
     /// run (its caller sees a failure) and the next one uses the new connection.
@@ -94,6 +64,8 @@ public:
     CDatabaseConnection& operator=(const CDatabaseConnection&) = delete;
 
 private:
+    friend struct ConnectionAccess;
+    friend class ConnectionPin;
     struct Slot;
     struct Pool;
     class Lease;

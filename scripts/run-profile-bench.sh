@@ -6,7 +6,8 @@
 #
 #   scripts/run-profile-bench.sh [BENCHMARK-OPTION...]
 #
-# NORVA_BENCH_ROUNDS (default 3): repetitions; the table shows each one's best.
+# NORVA_BENCH_ROUNDS (default 3): rounds, each running both profiles in turn;
+# the table shows each side's best round.
 set -euo pipefail
 
 # shellcheck source-path=SCRIPTDIR source=run-common.sh
@@ -24,9 +25,13 @@ private_db_start "$parent" >/dev/null
 
 csv="$build/profile-results.csv"
 : >"$csv"
-for profile in exact safe; do
-    NORVA_BENCH_PROFILE=$profile "$build/bench/norva_profile_bench" --benchmark_format=csv \
-        --benchmark_repetitions="$rounds" "$@" 2>/dev/null | grep -v '_mean\|_median\|_stddev\|_cv' >>"$csv"
+# The two profiles take turns, round after round, so that a busy spell on a
+# shared machine does not fall on one side only.
+for ((round = 0; round < rounds; round++)); do
+    for profile in exact safe; do
+        NORVA_BENCH_PROFILE=$profile "$build/bench/norva_profile_bench" --benchmark_format=csv "$@" 2>/dev/null |
+            grep -v '_mean\|_median\|_stddev\|_cv' >>"$csv"
+    done
 done
 
 # One row per operation: each side's best repetition.

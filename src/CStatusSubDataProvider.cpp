@@ -124,7 +124,7 @@ bool CStatusSubDataProvider::UpdateRecord(int id, const StatusSubTableRecord& re
     // SENDERID is written only while that result is true.
     std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kWriteOrder, provider::WriteMode::Every);
     for (dl_ColumnValue& column : columns) column.whileOk = column.column == Name(COL_SENDERID);
-    return m_pDatabase->WriteRow(m_tableType, &id, PARAM_INT, columns.data(), columns.size(), false);
+    return WriteRow(m_pDatabase, m_tableType, &id, PARAM_INT, columns.data(), columns.size(), false);
 }
 
 bool CStatusSubDataProvider::UpdateLastStatusSignal(int id, const std::wstring& signal) {

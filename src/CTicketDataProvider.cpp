@@ -119,7 +119,7 @@ bool CTicketDataProvider::UpdateTicketRecord(const std::wstring& qentryId, const
     std::vector<dl_ColumnValue> columns = provider::SetColumns(rec, kColumns, kUpdateOrder, provider::WriteMode::Every);
     // Blob columns go as _BLOB records (docs/kept-behaviours.md, P2).
     for (dl_ColumnValue& column : columns) column.blobRecord = column.type == PARAM_BLOB;
-    return m_pDatabase->WriteRow(kTable, qentryId.c_str(), PARAM_WSTRING, columns.data(), columns.size(), false);
+    return WriteRow(m_pDatabase, kTable, qentryId.c_str(), PARAM_WSTRING, columns.data(), columns.size(), false);
 }
 
 bool CTicketDataProvider::GetJDF(const std::wstring& qentryId, std::wstring& jdf) {

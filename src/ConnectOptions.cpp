@@ -7,6 +7,11 @@
 #include <memory>
 
 namespace {
+// The safe profile's session: strict, standard quoting (backslashes escape,
+// "||" is OR, double quotes delimit strings) and UTF-8 both ways.
+const char* const kSafeSession =
+    "SET NAMES utf8mb4 COLLATE utf8mb4_general_ci, "
+    "SESSION sql_mode = 'STRICT_TRANS_TABLES,ERROR_FOR_DIVISION_BY_ZERO,NO_ENGINE_SUBSTITUTION'";
 
 // The connector is built on MariaDB's C library, whose TLS options do less
 // than their names suggest (measured against a real server):
@@ -131,6 +136,7 @@ SessionNode PrepareSession(sql::Connection& connection, const StoreSettings& set
     const bool safe = settings.profile == "safe";
     if (!severalHosts && !safe) return SessionNode::Plain;
     std::unique_ptr<sql::Statement> statement(connection.createStatement());
+    if (safe) statement->execute(kSafeSession);
     // SHOW, unlike SELECT, never waits for the cluster (wsrep_sync_wait 1 covers reads only).
     std::unique_ptr<sql::ResultSet> status(statement->executeQuery(
         "SHOW GLOBAL STATUS WHERE Variable_name IN ('wsrep_provider_name', 'wsrep_ready', 'wsrep_local_state')"));

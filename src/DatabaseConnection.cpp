@@ -6,6 +6,7 @@
 #include <cppconn/connection.h>
 #include <cppconn/driver.h>
 #include <cppconn/exception.h>
+#include <cppconn/prepared_statement.h>
 #include <cppconn/resultset.h>
 #include <cppconn/statement.h>
 #include <mysql_driver.h>
@@ -18,8 +19,10 @@
 #include <vector>
 
 #include "private/ConnectOptions.h"
+#include "private/ConnectionAccess.h"
 #include "private/HostList.h"
 #include "private/MutexLock.h"
+#include "private/PreparedCache.h"
 #include "private/ServerErrors.h"
 #include "private/StoreSettings.h"
 
@@ -27,15 +30,22 @@ namespace {
 const LOG_CONST kLevel = LOG_LEVEL_5;
 // The source path reported when connecting fails.
 const char* const kSourcePath = "../../src/DatabaseConnection";
+// Errors after which a prepared statement is gone while its connection lives
+// on: the connector reconnected by itself (2030 not prepared, 2056 closed) or
+// the server does not know it (1243). The statement never ran: it is prepared
+// again, on a session set up again, and run once more.
+bool StatementGone(int error) { return error == 2030 || error == 2056 || error == 1243; }
 // A connection taken after this long is asked again whether its node is usable.
 const std::chrono::milliseconds kCheckAfter(1000);
 }  // namespace
 
-// One connection and the lock its statements run under.
+// One connection, the lock its statements run under, and its prepared statements.
 struct CDatabaseConnection::Slot {
     mutex lock;
     sql::Connection* connection = nullptr;
     std::mutex lease;  // held by the thread the connection is leased to
+    PreparedCache prepared{kPreparedPerConnection};
+    bool sessionLost = false;  // the connector may have opened it again: set the session up anew
     size_t host = 0;   // the connection's place in the host list
     bool clusterNode = false;  // its server is a Galera node
     std::chrono::steady_clock::time_point checked;  // when its node was last found usable
@@ -106,8 +116,8 @@ private:
     bool m_leased;
 };
 
-CDatabaseConnection::Pin::Pin(CDatabaseConnection* connection) : m_pConnection(nullptr) {
-    if (connection == nullptr || connection->Size() == 1) return;
+ConnectionPin::ConnectionPin(CDatabaseConnection* connection) : m_pConnection(nullptr) {
+    if (connection == nullptr || connection->m_pPool->size == 1) return;
     if (t_pin.owner == connection) {
         ++t_pin.depth;
     } else if (t_pin.owner == nullptr) {
@@ -120,7 +130,7 @@ CDatabaseConnection::Pin::Pin(CDatabaseConnection* connection) : m_pConnection(n
     m_pConnection = connection;
 }
 
-CDatabaseConnection::Pin::~Pin() {
+ConnectionPin::~ConnectionPin() {
     if (m_pConnection == nullptr || --t_pin.depth > 0) return;
     m_pConnection->m_pPool->Release(t_pin.slot);
     t_pin = PinState();
@@ -152,7 +162,7 @@ CDatabaseConnection* CDatabaseConnection::GetInstance(const std::string& hostNam
     return m_hInstance;
 }
 
-int CDatabaseConnection::Size() const { return m_pPool->size; }
+int ConnectionAccess::Size(const CDatabaseConnection& connection) { return connection.m_pPool->size; }
 
 // Not while statements run: the connections are replaced without their locks.
 bool CDatabaseConnection::InitConnection() {
@@ -164,6 +174,8 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     MutexLock lock(m_pPool->connecting);
     // A connection object held before is dropped, not closed (docs/kept-behaviours.md, C1).
     m_pDriver = nullptr;
+    // Its prepared statements go first, while the connection they belong to lives.
+    slot.prepared.Clear();
     slot.connection = nullptr;
     // One try per host of DBIPAddr until one answers (a single host: one
     // try), resting hosts passed over; with every host resting, the current
@@ -181,6 +193,7 @@ bool CDatabaseConnection::Connect(Slot& slot) {
         if (slot.connection == nullptr) continue;
         m_bConnected = true;
         m_pHosts->Answered(slot.host);
+        slot.sessionLost = false;  // Open set the session up
         break;
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
@@ -201,30 +214,6 @@ bool CDatabaseConnection::Connect(Slot& slot) {
         m_pLogger->log(kLevel, L"CDatabaseConnection::InitConnection: Error %s", e.what());
     }
     return m_bConnected;
-}
-
-// A connection whose host was lost: with other hosts it moves on before its
-// next statement; alone, that statement waits for the host's rest to end, so
-// the connector's own reconnect does not hammer a down server.
-void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
-    if (slot.connection == nullptr || !m_pHosts->Resting(slot.host)) return;
-    if (m_pHosts->Size() == 1) {
-        m_pHosts->WaitRested(slot.host);
-        return;
-    }
-    MutexLock lock(slot.lock);
-    if (m_pHosts->Resting(slot.host)) MoveOn(slot);  // another thread sharing the slot may have moved it on
-}
-
-// The slot's server is lost (and another host is left, or the connector will
-// not reconnect by itself): the old connection is
-// closed and freed (a small quit message, which the socket takes at once
-// even when nobody reads it; result sets already handed out hold their own
-// rows), then the connect goes on to the next host.
-void CDatabaseConnection::MoveOn(Slot& slot) {
-    delete slot.connection;
-    slot.connection = nullptr;
-    Connect(slot);
 }
 
 // A new connection to the host at `index`, its session set up; null when the
@@ -286,7 +275,9 @@ void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
         try {
             sql::Connection* connection = Open(index, slot);
             if (connection == nullptr) continue;
+            slot.prepared.Clear();  // they belong to the connection left
             slot.connection = connection;
+            slot.sessionLost = false;
             m_pHosts->Answered(index);
             m_pLogger->log(kLevel, L"CDatabaseConnection: %s is usable again: back on it",
                            m_pHosts->Name(index).c_str());
@@ -297,69 +288,151 @@ void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
     }
 }
 
-sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) { return Execute(query).rows; }
 
-CDatabaseConnection::Outcome CDatabaseConnection::Execute(std::string& query) {
-    m_pLogger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
-    Lease lease(*this);
-    Slot& slot = lease.slot();
-    LeaveRestingHost(slot);
-    if (slot.connection == nullptr || slot.connection->isClosed()) {
-        m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
-        if (!ReEstablish(slot)) {
-            m_pLogger->log(kLevel,
-                           L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished.");
-            return {nullptr, -1, 0};
+// A connection whose host was lost: with other hosts it moves on before its
+// next statement; alone, that statement waits for the host's rest to end, so
+// the connector's own reconnect does not hammer a down server.
+void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
+    if (slot.connection == nullptr || !m_pHosts->Resting(slot.host)) return;
+    if (m_pHosts->Size() == 1) {
+        m_pHosts->WaitRested(slot.host);
+        return;
+    }
+    MutexLock lock(slot.lock);
+    if (m_pHosts->Resting(slot.host)) MoveOn(slot);  // another thread sharing the slot may have moved it on
+}
+
+// The slot's server is lost (and another host is left, or the connector will
+// not reconnect by itself): the old connection is closed and freed, its
+// prepared statements first (a small quit message, which the socket takes at
+// once even when nobody reads it; result sets already handed out hold their
+// own rows), then the connect goes on to the next host.
+void CDatabaseConnection::MoveOn(Slot& slot) {
+    slot.prepared.Clear();
+    delete slot.connection;
+    slot.connection = nullptr;
+    Connect(slot);
+}
+
+sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
+    Statement statement;
+    statement.text = query;
+    return ConnectionAccess::Run(*this, statement).rows.release();
+}
+
+namespace {
+
+// Runs one statement on `connection`: as text, or prepared (kept in
+// `prepared`) with its values bound. Takes the result set or the number of
+// rows a change matched.
+void RunOnce(sql::Connection& connection, PreparedCache& prepared, const Statement& statement, Logger* logger,
+             Outcome& outcome) {
+    if (statement.bound) {
+        PreparedCache::Prepared& entry = prepared.Get(connection, statement.text);
+        sql::PreparedStatement& bound = *entry.statement;
+        bound.clearParameters();
+        unsigned int index = 1;
+        for (const BoundValue& value : statement.values) {
+            switch (value.kind) {
+                case BoundValue::Kind::Null: bound.setNull(index, 0); break;
+                case BoundValue::Kind::Int: bound.setInt(index, static_cast<int32_t>(value.number)); break;
+                case BoundValue::Kind::Long: bound.setInt64(index, value.number); break;
+                case BoundValue::Kind::Double: bound.setDouble(index, value.real); break;
+                case BoundValue::Kind::Text: bound.setString(index, value.text); break;
+            }
+            ++index;
+        }
+        if (entry.givesRows) {
+            logger->log(kLevel, L"ExecuteSqlQuery::Getting result set");
+            outcome.rows.reset(bound.executeQuery());
+        } else {
+            outcome.matched = bound.executeUpdate();
+        }
+    } else {
+        std::unique_ptr<sql::Statement> plain(connection.createStatement());
+        if (plain->execute(statement.text)) {
+            logger->log(kLevel, L"ExecuteSqlQuery::Getting result set");
+            outcome.rows.reset(plain->getResultSet());
+        } else {
+            outcome.matched = static_cast<long long>(plain->getUpdateCount());
         }
     }
-    sql::ResultSet* result = nullptr;
-    int error = 0;
-    long long matched = 0;
+    outcome.error = 0;
+}
+
+}  // namespace
+
+Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& statement) {
+    Logger* logger = owner.m_pLogger;
+    logger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
+    CDatabaseConnection::Lease lease(owner);
+    CDatabaseConnection::Slot& slot = lease.slot();
+    owner.LeaveRestingHost(slot);
+    Outcome outcome;
+    if (slot.connection == nullptr || slot.connection->isClosed()) {
+        logger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
+        if (!owner.ReEstablish(slot)) {
+            logger->log(kLevel,
+                        L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished.");
+            outcome.kind = ServerError::Lost;
+            return outcome;
+        }
+    }
     {
         MutexLock lock(slot.lock);
-        if (!OnUsableNode(slot)) {
-            m_pLogger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
-            return {nullptr, -1, 0};
+        if (!owner.OnUsableNode(slot)) {
+            logger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
+            outcome.kind = ServerError::Lost;
+            return outcome;
         }
-        sql::Statement* statement = nullptr;
-        try {
-            statement = slot.connection->createStatement();
-            if (statement->execute(query)) {
-                m_pLogger->log(kLevel, L"ExecuteSqlQuery::Getting result set");
-                result = statement->getResultSet();
-            } else {
-                matched = static_cast<long long>(statement->getUpdateCount());
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            int error = 0;
+            try {
+                if (slot.sessionLost) {
+                    slot.prepared.Clear();
+                    PrepareSession(*slot.connection, *owner.m_pSettings, owner.m_pHosts->Size() > 1);
+                    slot.sessionLost = false;
+                }
+                RunOnce(*slot.connection, slot.prepared, statement, logger, outcome);
+            } catch (sql::SQLException& e) {
+                error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
+                const std::wstring message = StringUtils::wstringFromstring(e.what());
+                const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
+                logger->log(kLevel, L"SQLException:");
+                logger->log(kLevel, L"ERROR: %ls", message.c_str());
+                logger->log(kLevel, L"MySQL error code: %d", e.getErrorCode());
+                logger->log(kLevel, L"SQLState: %ls", state.c_str());
+            } catch (std::exception& e) {
+                const std::wstring message = StringUtils::wstringFromstring(e.what());
+                error = -1;
+                logger->log(kLevel, L"Exception while executing query:");
+                logger->log(kLevel, L"ERROR: %ls", message.c_str());
+            } catch (...) {
+                error = -1;
+                logger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
             }
-        } catch (sql::SQLException& e) {
-            error = e.getErrorCode() != 0 ? StatementError(e.getErrorCode()) : -1;
-            const std::wstring message = StringUtils::wstringFromstring(e.what());
-            const std::wstring state = StringUtils::wstringFromstring(e.getSQLState());
-            m_pLogger->log(kLevel, L"SQLException:");
-            m_pLogger->log(kLevel, L"ERROR: %ls", message.c_str());
-            m_pLogger->log(kLevel, L"MySQL error code: %d", e.getErrorCode());
-            m_pLogger->log(kLevel, L"SQLState: %ls", state.c_str());
-        } catch (std::exception& e) {
-            const std::wstring message = StringUtils::wstringFromstring(e.what());
-            error = -1;
-            m_pLogger->log(kLevel, L"Exception while executing query:");
-            m_pLogger->log(kLevel, L"ERROR: %ls", message.c_str());
-        } catch (...) {
-            error = -1;
-            m_pLogger->log(kLevel, L"Unknown exception occured  in CDatabaseConnection::ExecuteSqlQuery");
+            outcome.error = error;
+            outcome.kind = ClassifyServerError(error);
+            if (error == 0) break;
+            // The server no longer holds this connection's prepared statements.
+            if (outcome.kind == ServerError::Lost || StatementGone(error)) {
+                slot.prepared.Clear();
+                slot.sessionLost = true;
+            }
+            if (!statement.bound || !StatementGone(error)) break;
         }
-        delete statement;  // the result set stays valid for the caller
         // A lost server rests; with several hosts this connection moves on to
         // the next now. So does one the connector may not reconnect by itself
         // (TLS checked after connecting), to the same host after its rest.
-        if (ClassifyServerError(error) == ServerError::Lost) {
-            m_pHosts->Rest(slot.host);
-            if (m_pHosts->Lost(error) || !ConnectorReconnects(*m_pSettings)) MoveOn(slot);
+        if (outcome.kind == ServerError::Lost) {
+            owner.m_pHosts->Rest(slot.host);
+            if (owner.m_pHosts->Lost(outcome.error) || !ConnectorReconnects(*owner.m_pSettings)) owner.MoveOn(slot);
         } else {
-            m_pHosts->Serving(slot.host);
+            owner.m_pHosts->Serving(slot.host);
         }
     }
-    m_pLogger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
-    return {result, error, matched};
+    logger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
+    return outcome;
 }
 
 bool CDatabaseConnection::ReEstablishConnection() {

@@ -1,11 +1,6 @@
 #include "private/LostWrite.h"
 
 #include <Logger.h>
-#include <cppconn/resultset.h>
-
-#include <memory>
-
-#include "private/ServerErrors.h"
 
 namespace {
 const LOG_CONST kLevel = LOG_LEVEL_5;
@@ -14,21 +9,17 @@ const LOG_CONST kLevel = LOG_LEVEL_5;
 const int kTries = 2;
 }  // namespace
 
-bool AnswerMayBeLost(int error) { return ClassifyServerError(error) == ServerError::Lost; }
-
-bool ReadBackLostWrite(const std::function<CDatabaseConnection::Outcome(std::string&)>& run, Logger* logger,
-                       const WriteCheck& check) {
+bool ReadBackLostWrite(const std::function<Outcome(Statement&)>& run, Logger* logger, WriteCheck check) {
+    check.probe.text = "SET STATEMENT wsrep_sync_wait = 1 FOR " + check.probe.text;
     for (int attempt = 0; attempt < kTries; ++attempt) {
-        std::string text = "SET STATEMENT wsrep_sync_wait = 1 FOR " + check.probe;
-        const CDatabaseConnection::Outcome outcome = run(text);
-        std::unique_ptr<sql::ResultSet> rows(outcome.rows);
-        if (outcome.error == 0 && rows) {
-            const bool applied = rows->next() == check.rowMeansApplied;
+        const Outcome outcome = run(check.probe);
+        if (outcome.error == 0 && outcome.rows) {
+            const bool applied = outcome.rows->next() == check.rowMeansApplied;
             logger->log(kLevel, applied ? L"CMysqlDatabaseInterface : the answer to a write was lost; it took effect"
                                         : L"CMysqlDatabaseInterface : the answer to a write was lost; it did not take effect");
             return applied;
         }
-        if (outcome.error != -1 && !AnswerMayBeLost(outcome.error)) break;
+        if (outcome.kind != ServerError::Lost) break;
     }
     logger->log(kLevel, L"CMysqlDatabaseInterface : the answer to a write was lost and the server cannot say whether it took effect");
     return false;

@@ -1,7 +1,7 @@
 // Awkward values through every provider of the facade, against the private
 // server. One table of values, walked through a write/read pair of each
 // provider; what is expected depends on the profile: the exact profile puts
-// values between quotes as they stand, the safe one escapes them.
+// values between quotes as they stand, the safe one binds them to prepared statements.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -154,8 +154,9 @@ TEST_F(BadInputTest, HostileKey) {
     rec.deviceId = kHostile, rec.statusMsg = L"m";
     EXPECT_TRUE(CDataAccessProvider::GetInstance()->GetDeviceDataProvider()->AddDevice(&rec));
     const bool found = CDataAccessProvider::GetInstance()->GetDeviceDataProvider()->GetDeviceRecord(kHostile, &back);
-    EXPECT_TRUE(log.Contains(safe ? L"INSERT INTO `DEVICE` (`DEVICEID`, `STATUSMSG`) VALUES ('x\\' OR \\'1\\'=\\'1', 'm') "
-                                    L"ON DUPLICATE KEY UPDATE `STATUSMSG` = VALUES(`STATUSMSG`)"
+    EXPECT_TRUE(log.Contains(safe ? L"INSERT INTO `DEVICE` (`DEVICEID`, `STATUSMSG`) VALUES (?, ?) "
+                                    L"ON DUPLICATE KEY UPDATE `STATUSMSG` = VALUES(`STATUSMSG`)\n"
+                                    L"values: 'x' OR '1'='1', 'm'"
                                   : L"UPDATE DEVICE SET STATUSMSG = 'm' WHERE DEVICEID = 'x' OR '1'='1'"));
     EXPECT_EQ(safe, found && back.deviceId == kHostile && back.statusMsg == L"m");  // exact: two rows match
     EXPECT_EQ(safe ? 3 : 2, db.Count("DEVICE"));

@@ -312,7 +312,7 @@ TEST(ClusterTls, EveryNodeEncryptsClientsAndReplication) {
             ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(node));
             CDataAccessProvider::GetInstance();  // makes the store and its connection
             std::string query = "SHOW SESSION STATUS LIKE 'Ssl_cipher'";
-            std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->Execute(query).rows);
+            std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->ExecuteSqlQuery(query));
             return rows && rows->next() && rows->getString(2).length() > 0;
         });
         EXPECT_TRUE(run.result) << node << ": " << run;

@@ -50,7 +50,7 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
     EXPECT_EQ(2, provider.GetContentId(L"Q1", L"R1"));
     EXPECT_TRUE(log.Contains(testing_support::ByProfile(
         L"SELECT CONTENT.CONTENTID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) AND ( CONTENT.RUN_ID = 'R1' ) ",
-        L"SELECT `CONTENT`.`CONTENTID` FROM `CONTENT` WHERE ( `CONTENT`.`QENTRYID` = 'Q1' ) AND ( `CONTENT`.`RUN_ID` = 'R1' ) ")));
+        L"SELECT `CONTENT`.`CONTENTID` FROM `CONTENT` WHERE ( `CONTENT`.`QENTRYID` = ? ) AND ( `CONTENT`.`RUN_ID` = ? ) \nvalues: 'Q1', 'R1'")));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CContentDataProvider::GetContentId") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CContentDataProvider::GetContentId"));
 
@@ -62,7 +62,7 @@ TEST_F(ContentProviderTest, RecordsQueriesGuardsAndAssertions) {
     update.cacFilePath = L"x\\y\\z";
     EXPECT_TRUE(provider.UpdateRecord(1, update) && !log.ContainsText(L"NPAGES") && !log.ContainsText(L"CACHESTAT"));
     EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"UPDATE CONTENT SET CACFILEPATH = 'x\\y\\z' WHERE CONTENTID = '1'",
-                                                        L"UPDATE `CONTENT` SET `CACFILEPATH` = 'x\\\\y\\\\z' WHERE `CONTENTID` = '1'")));
+                                                        L"UPDATE `CONTENT` SET `CACFILEPATH` = ? WHERE `CONTENTID` = ?\nvalues: 'x\\y\\z', 1")));
     EXPECT_TRUE(provider.DeleteRecord(1) && db.Count("CONTENT") == 2);
     db.Exec("UPDATE CONTENT SET RUN_ID = NULL");
     EXPECT_TRUE(provider.GetRecord(2, &back) && back.runId.empty());

@@ -27,7 +27,7 @@ const char kFile[] = "cred-password";
 // The first column of the first row of `query`, run on the library's own connection.
 std::string LibraryScalar(const char* query) {
     std::string text = query;
-    std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->Execute(text).rows);
+    std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->ExecuteSqlQuery(text));
     return rows && rows->next() ? std::string(rows->getString(1)) : "<none>";
 }
 

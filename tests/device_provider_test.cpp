@@ -30,7 +30,7 @@ TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
     ASSERT_TRUE(provider.AddDevice(&rec));
     if (testing_support::Safe()) {
         EXPECT_TRUE(log.ContainsText(L"INSERT INTO `DEVICE` (`DEVICEID`, `SERVERID`, `SUBURL`, `DEVCAPS`, `DEVINDEX`"));
-        EXPECT_TRUE(log.ContainsText(L"`CONDITION`, `DEVICEOPMODE`, `LASTUPDATETIME`) VALUES ('D1', '7', "));
+        EXPECT_TRUE(log.ContainsText(L"`CONDITION`, `DEVICEOPMODE`, `LASTUPDATETIME`) VALUES (?, ?, "));
     } else {
         EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET DEVICEID = 'D1' WHERE DEVICEID = 'D1'"));
         EXPECT_TRUE(log.Contains(L"UPDATE DEVICE SET CONDITION = '3' WHERE DEVICEID = 'D1'"));  // logged only: stays NULL
@@ -41,7 +41,7 @@ TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
     back.reservedInt = 9, back.reservedText = L"kept";
     ASSERT_TRUE(provider.GetDeviceRecord(id, &back));
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.DEVICEID = 'D1' ) ",
-                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`DEVICEID` = 'D1' ) ")));
+                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`DEVICEID` = ? ) \nvalues: 'D1'")));
     const auto fields = [](const DeviceTableRecord& r) {
         return std::tie(r.serverId, r.deviceId, r.reservedInt, r.devCaps, r.subUrl, r.devIndex, r.interName, r.displayName,
                         r.status, r.statusMsg, r.devCondition, r.conditionCode, r.deviceOpMode, r.lastUpdateTime, r.reservedText);
@@ -80,7 +80,7 @@ TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
 
     ASSERT_TRUE(provider.GetDeviceRecordsConnectedToServer(7, out) && out.size() == 4);
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.* FROM DEVICE WHERE ( DEVICE.SERVERID = '7' ) ",
-                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = '7' ) ")));
+                                       L"SELECT `DEVICE`.* FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = ? ) \nvalues: 7")));
     EXPECT_EQ(std::make_tuple(std::wstring(), std::wstring(L"A"), std::wstring(L"B"), std::wstring(L"C"), 3),
               std::tie(out[0].deviceId, out[1].deviceId, out[2].deviceId, out[3].deviceId, out[3].devIndex));
     EXPECT_TRUE(provider.IsDevicePresentForServer(8) && !provider.IsDevicePresentForServer(9));
@@ -90,7 +90,7 @@ TEST_F(DeviceProviderTest, RecordsQueriesAndQuirks) {
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT DEVICE.DEVICEID FROM DEVICE", L"SELECT `DEVICE`.`DEVICEID` FROM `DEVICE`")));
     EXPECT_TRUE(log.Contains(ByProfile(
         L"SELECT DEVICE.DEVICEID FROM DEVICE WHERE ( DEVICE.SERVERID = '1' ) AND ( DEVICE.DEVINDEX = '2' ) ",
-        L"SELECT `DEVICE`.`DEVICEID` FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = '1' ) AND ( `DEVICE`.`DEVINDEX` = '2' ) ")));
+        L"SELECT `DEVICE`.`DEVICEID` FROM `DEVICE` WHERE ( `DEVICE`.`SERVERID` = ? ) AND ( `DEVICE`.`DEVINDEX` = ? ) \nvalues: '1', '2'")));
     for (const wchar_t* op : {L"GetDeviceRecord", L"GetDeviceRecordsConnectedToServer", L"IsDevicePresentForServer",
                               L"GetAllDeviceIds", L"GetDeviceID"}) {
         EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CDeviceDataProvider::" + std::wstring(op))) << op;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "DatabaseConnection.h"
+#include "private/ConnectionAccess.h"
 #include "TestSupport.h"
 #include "private/StoreSettings.h"
 
@@ -31,9 +32,10 @@ TEST(HostList, HostsThatDoNotAnswerArePassedOverInOrder) {
     CDatabaseConnection& connection =
         *Connect(std::string(kRefused) + " , " + kRefused + ",," + testing_support::DbHost());
     EXPECT_EQ(2u, log.Count(L"MySQL error code: 2002"));  // both refusals, then the server
-    std::string query = "SELECT 7";
-    const CDatabaseConnection::Outcome outcome = connection.Execute(query);
-    std::unique_ptr<sql::ResultSet> rows(outcome.rows);
+    Statement query;
+    query.text = "SELECT 7";
+    Outcome outcome = ConnectionAccess::Run(connection, query);
+    std::unique_ptr<sql::ResultSet> rows = std::move(outcome.rows);
     ASSERT_TRUE(rows && rows->next());
     EXPECT_EQ(0, outcome.error);
     EXPECT_EQ(7, rows->getInt(1));
@@ -43,9 +45,10 @@ TEST(HostList, NoHostAnswers) {
     testing_support::LogCapture log;
     CDatabaseConnection& connection = *Connect(std::string(kRefused) + "," + kRefused);
     EXPECT_EQ(2u, log.Count(L"SQLException in ../../src/DatabaseConnection"));
-    std::string query = "SELECT 7";
-    const CDatabaseConnection::Outcome outcome = connection.Execute(query);
-    EXPECT_TRUE(outcome.rows == nullptr && outcome.error == -1);
+    Statement query;
+    query.text = "SELECT 7";
+    const Outcome outcome = ConnectionAccess::Run(connection, query);
+    EXPECT_TRUE(outcome.rows == nullptr && outcome.error == -1 && outcome.kind == ServerError::Lost);
     EXPECT_TRUE(
         log.Contains(L"CDatabaseConnection::ExecuteSqlQuery : Database connection could not be reestablished."));
 }

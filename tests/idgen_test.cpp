@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "IdGenFixture.h"
+#include "private/StoreRows.h"
 
 using testing_support::LogCapture;
 
@@ -41,7 +42,7 @@ TEST_F(SequentialIdTest, OnePastTheLargerOfKeysAndMark) {
     db.Exec("INSERT INTO CONTENT (CONTENTID) VALUES (5), (6)");
     int id = -1;
     const dl_ColumnValue name = {"CONTENT.DISPLAYNAME", L"new", PARAM_WSTRING, true, false};
-    EXPECT_TRUE(store->InsertRow(TICKET_CONTENT, &id, PARAM_INT, true, false, &name, 1));
+    EXPECT_TRUE(InsertRow(store, TICKET_CONTENT, &id, PARAM_INT, true, false, &name, 1));
     EXPECT_EQ(ByProfile(9, 8), id);
     EXPECT_EQ("new", db.Scalar("SELECT DISPLAYNAME FROM CONTENT WHERE CONTENTID = " + std::to_string(id)));
     EXPECT_EQ(6, db.Count("CONTENT"));

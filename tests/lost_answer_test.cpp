@@ -23,6 +23,7 @@
 #include "DatabaseConnection.h"
 #include "StringUtils.h"
 #include "TestSupport.h"
+#include "private/ConnectionAccess.h"
 
 namespace {
 
@@ -132,11 +133,11 @@ CDatabaseConnection* Connect(const std::string& hosts, const std::string& passwo
 }
 
 std::string Select(CDatabaseConnection& connection, int& error) {
-    std::string text = "SELECT CONNECTION_ID()";
-    const CDatabaseConnection::Outcome outcome = connection.Execute(text);
-    std::unique_ptr<sql::ResultSet> rows(outcome.rows);
+    Statement select;
+    select.text = "SELECT CONNECTION_ID()";
+    const Outcome outcome = ConnectionAccess::Run(connection, select);
     error = outcome.error;
-    return rows && rows->next() ? rows->getString(1) : "";
+    return outcome.rows && outcome.rows->next() ? outcome.rows->getString(1) : "";
 }
 
 TEST(SeveralHosts, RefusedLoginStopsAtTheFirstHost) {

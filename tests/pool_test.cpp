@@ -14,6 +14,7 @@
 
 #include "CMysqlDatabaseInterface.h"
 #include "DatabaseConnection.h"
+#include "private/ConnectionAccess.h"
 #include "TestSupport.h"
 
 namespace {
@@ -46,7 +47,7 @@ std::vector<std::string> AllPinned(Body body) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kConnections; ++t) {
         threads.emplace_back([&, t] {
-            CDatabaseConnection::Pin pin(Connection());
+            ConnectionPin pin(Connection());
             ++pinned;
             while (pinned < kConnections) std::this_thread::yield();
             results[t] = body(t);
@@ -59,13 +60,13 @@ std::vector<std::string> AllPinned(Body body) {
 // A session variable set in one statement is there in the next; the pinned
 // threads hold four different connections.
 TEST(Pool, PinnedThreadsKeepTheirOwnConnection) {
-    ASSERT_EQ(kConnections, Connection()->Size());
+    ASSERT_EQ(kConnections, ConnectionAccess::Size(*Connection()));
     const std::vector<std::string> ids = AllPinned([](int t) {
         const std::string id = First("SELECT CONNECTION_ID()");
         std::string set = "SET @pinned = " + std::to_string(t);
         delete Connection()->ExecuteSqlQuery(set);
         {
-            CDatabaseConnection::Pin nested(Connection());  // nests: the same connection
+            ConnectionPin nested(Connection());  // nests: the same connection
             if (First("SELECT @pinned") != std::to_string(t)) return std::string("lost the session");
         }
         return First("SELECT CONNECTION_ID()") == id ? id : "moved to another connection";

@@ -112,7 +112,7 @@ TEST_F(QueryTest, StatementTextIsBuiltExactly) {
     store->ExecuteQuery(&query);
     EXPECT_TRUE(log.Contains(ByProfile(
         L"SELECT CONTENT.CONTENTID ,CONTENT.RUN_ID FROM CONTENT WHERE ( CONTENT.QENTRYID = 'Q1' ) ",
-        L"SELECT `CONTENT`.`CONTENTID` ,`CONTENT`.`RUN_ID` FROM `CONTENT` WHERE ( `CONTENT`.`QENTRYID` = 'Q1' ) ")));
+        L"SELECT `CONTENT`.`CONTENTID` ,`CONTENT`.`RUN_ID` FROM `CONTENT` WHERE ( `CONTENT`.`QENTRYID` = ? ) \nvalues: 'Q1'")));
     EXPECT_TRUE(log.Contains(L"Inside CMysqlDatabaseInterface::ExecuteQuery()"));
     EXPECT_TRUE(log.Contains(L"Returning from CMysqlDatabaseInterface::ExecuteQuery()"));
     EXPECT_EQ(2, query.GetRecordCount());

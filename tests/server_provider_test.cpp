@@ -43,7 +43,7 @@ TEST_F(ServerProviderTest, AddReadUpdateAndLogin) {
     EXPECT_FALSE(provider.GetLoginInfo(1, name, pwd));
     db.Exec("ALTER TABLE SERVER RENAME COLUMN LOGINX TO LOGINSERNAME");
     EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"SELECT LOGINSERNAME FROM SERVER WHERE SERVERID = '1'",
-                                                        L"SELECT `LOGINSERNAME` FROM `SERVER` WHERE `SERVERID` = '1'")));
+                                                        L"SELECT `LOGINSERNAME` FROM `SERVER` WHERE `SERVERID` = ?\nvalues: 1")));
     EXPECT_FALSE(log.ContainsText(L"LOGINPWD"));
 }
 
@@ -73,7 +73,7 @@ TEST_F(ServerProviderTest, ListsLookupsAndRefusedDelete) {
     EXPECT_EQ("1,3", db.Scalar("SELECT GROUP_CONCAT(SERVERID ORDER BY SERVERID) FROM SERVER"));
     EXPECT_FALSE(provider.GetServerRecord(2, &out[0]));
     EXPECT_TRUE(log.Contains(testing_support::ByProfile(L"SELECT SERVER.* FROM SERVER WHERE ( SERVER.SERVERID = '2' ) ",
-                                                        L"SELECT `SERVER`.* FROM `SERVER` WHERE ( `SERVER`.`SERVERID` = '2' ) ")));
+                                                        L"SELECT `SERVER`.* FROM `SERVER` WHERE ( `SERVER`.`SERVERID` = ? ) \nvalues: 2")));
     for (const wchar_t* op : {L"GetServerRecord", L"GetRecordCount", L"GetServerRecords", L"IsServerAndServerTypeExists"}) {
         EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CServerDataProvider::" + std::wstring(op))) << op;
         EXPECT_TRUE(log.Contains(L"Returned from ExecuteQuery() Inside CServerDataProvider::" + std::wstring(op))) << op;

@@ -8,6 +8,7 @@
 #include "TestSupport.h"
 
 using testing_support::ByProfile;
+using testing_support::Traced;
 
 // A column of STATSSUBS, and the select of all columns, as this run's profile names them.
 std::wstring Col(const std::wstring& column) { return ByProfile(L"STATSSUBS." + column, L"`STATSSUBS`.`" + column + L"`"); }
@@ -77,19 +78,20 @@ TEST_F(StatusSubProviderTest, SearchesMatchingAndRemoval) {
     rec.QENTRYID = L"Q1", rec.JOBID = L"J1", rec.JOBPARTID = L"P1", rec.SENDERID = L"S1";
     EXPECT_FALSE(provider.NeedStatusSubscription(rec, 0));
     const std::wstring idSelect = L"SELECT " + Col(L"ID") + ByProfile(L" FROM STATSSUBS", L" FROM `STATSSUBS`");
-    EXPECT_TRUE(log.Contains(idSelect + L" WHERE ( ( " + Col(L"QENTRYID") + L" = 'Q1' ) AND ( " + Col(L"JOBID") + L" = 'J1' ) AND ( " +
-                             Col(L"JOBPARTID") + L" = 'P1' ) AND ( " + Col(L"SENDERID") + L" = 'S1' ) ) "));
+    EXPECT_TRUE(log.Contains(Traced(idSelect + L" WHERE ( ( " + Col(L"QENTRYID") + L" = 'Q1' ) AND ( " + Col(L"JOBID") +
+                                    L" = 'J1' ) AND ( " + Col(L"JOBPARTID") + L" = 'P1' ) AND ( " + Col(L"SENDERID") +
+                                    L" = 'S1' ) ) ")));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CStatusSubDataProvider::NeedStatusSubscription") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::GetRecords"));
     EXPECT_TRUE(provider.NeedStatusSubscription(L"Q1", L"J1", L"P1", L"S2"));
 
     // No device id: the condition begins with AND and the query fails.
     EXPECT_TRUE(provider.GetRecords(std::wstring(), std::wstring(L"Q1"), out) && out.size() == 1);
-    EXPECT_TRUE(log.Contains(All() + L" WHERE AND ( " + Col(L"QENTRYID") + L" = 'Q1' ) "));
+    EXPECT_TRUE(log.Contains(Traced(All() + L" WHERE AND ( " + Col(L"QENTRYID") + L" = 'Q1' ) ")));
     provider.GetRecords(L"", L"S1", L"J1", L"", true, out);
-    EXPECT_TRUE(log.Contains(All() + L" WHERE ( " + Col(L"SENDERID") + L" = 'S1' ) AND ( " + Col(L"JOBID") + L" = 'J1' ) "));
+    EXPECT_TRUE(log.Contains(Traced(All() + L" WHERE ( " + Col(L"SENDERID") + L" = 'S1' ) AND ( " + Col(L"JOBID") + L" = 'J1' ) ")));
     provider.GetRecords(L"", L"S1", L"J1", L"", false, out);
-    EXPECT_TRUE(log.Contains(All() + L" WHERE ( " + Col(L"SENDERID") + L" = 'S1' ) OR ( " + Col(L"JOBID") + L" = 'J1' ) "));
+    EXPECT_TRUE(log.Contains(Traced(All() + L" WHERE ( " + Col(L"SENDERID") + L" = 'S1' ) OR ( " + Col(L"JOBID") + L" = 'J1' ) ")));
     EXPECT_TRUE(provider.GetRecords(out));  // due: REPEATTIME set, LASTUPDATE (insertion time) passed
     EXPECT_TRUE(log.Contains(All() + L" WHERE ( " + Col(L"REPEATTIME") + L" IS NOT NULL ) AND ( CURRENT_TIMESTAMP >= " +
                              Col(L"LASTUPDATE") + L" ) "));
@@ -115,8 +117,8 @@ TEST_F(StatusSubProviderTest, SearchesMatchingAndRemoval) {
     // 3's own record as the pattern: the empty texts and all ints (0 here) never take part.
     EXPECT_TRUE(provider.RemoveRecords(one) &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CStatusSubDataProvider::RemoveRecords"));
-    EXPECT_TRUE(log.Contains(idSelect + L" WHERE ( ( " + Col(L"URL") + L" = 'http://b' ) AND ( " + Col(L"DEVICEID") + L" = 'D2' ) AND ( " +
-                             Col(L"JOBID") + L" = 'J1' ) AND ( " + Col(L"QENTRYID") + L" = 'Q1' ) AND ( " + Col(L"SENDERID") +
-                             L" = 'S2' ) ) "));
+    EXPECT_TRUE(log.Contains(Traced(idSelect + L" WHERE ( ( " + Col(L"URL") + L" = 'http://b' ) AND ( " + Col(L"DEVICEID") +
+                                    L" = 'D2' ) AND ( " + Col(L"JOBID") + L" = 'J1' ) AND ( " + Col(L"QENTRYID") +
+                                    L" = 'Q1' ) AND ( " + Col(L"SENDERID") + L" = 'S2' ) ) ")));
     EXPECT_EQ("1,2,4,5", db.Scalar("SELECT GROUP_CONCAT(ID ORDER BY ID) FROM STATSSUBS"));  // removed through DeleteRecord
 }

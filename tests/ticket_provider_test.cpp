@@ -44,7 +44,8 @@ TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     if (testing_support::Safe()) {
         EXPECT_TRUE(log.ContainsText(L"INSERT INTO `JDFTICKET` (`QENTRYID`, `JDF`, `HOLDDEVID`, `JMFRETURL`, `PREVIEWCACHEDFILEPATH`, "
                                      L"`PREVIEWREMOTEURL`, `UPLOADURL`, `SENDERID`, `SUBTIME`, `LASTUPDATETIME`, `QSUBSPARAMS`, "
-                                     L"`STATUSMSG`, `STATUS`, `STATE`, `JOBID`, `JOBPARTID`) VALUES ('1', '<JDF N="));
+                                     L"`STATUSMSG`, `STATUS`, `STATE`, `JOBID`, `JOBPARTID`) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
+        EXPECT_TRUE(log.ContainsText(L"values: '1', '<JDF N="));
     } else {
         EXPECT_EQ(L"JDF HOLDDEVID JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL UPLOADURL SENDERID SUBTIME LASTUPDATETIME "
                   L"QSUBSPARAMS STATUSMSG STATUS STATE JOBID JOBPARTID ", UpdatedColumns(log));
@@ -54,7 +55,8 @@ TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     log.Clear();
     EXPECT_NE(testing_support::Safe(), provider.UpdateTicketRecord(L"other", rec));
     if (testing_support::Safe())
-        EXPECT_TRUE(log.ContainsText(L"UPDATE `JDFTICKET` SET `HOLDDEVID` = 'DEV1', `JDF` = '<JDF N="));
+        EXPECT_TRUE(log.ContainsText(L"UPDATE `JDFTICKET` SET `HOLDDEVID` = ?, `JDF` = ?, ") &&
+                    log.ContainsText(L"values: 'DEV1', '<JDF N="));
     else
         EXPECT_EQ(L"HOLDDEVID JDF JMFRETURL PREVIEWCACHEDFILEPATH PREVIEWREMOTEURL JOBID JOBPARTID LASTUPDATETIME "
                   L"QSUBSPARAMS SENDERID STATUS STATE STATUSMSG SUBTIME UPLOADURL ", UpdatedColumns(log));
@@ -63,7 +65,7 @@ TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     back.subTime = back.lastUpdateTime = TimeStamp(9);  // both are overwritten from SUBTIME
     ASSERT_TRUE(provider.GetTicketRecord(L"1", &back));
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT JDFTICKET.* FROM JDFTICKET WHERE ( JDFTICKET.QENTRYID = '1' ) ",
-                                       L"SELECT `JDFTICKET`.* FROM `JDFTICKET` WHERE ( `JDFTICKET`.`QENTRYID` = '1' ) ")));
+                                       L"SELECT `JDFTICKET`.* FROM `JDFTICKET` WHERE ( `JDFTICKET`.`QENTRYID` = ? ) \nvalues: '1'")));
     EXPECT_TRUE(log.Contains(L"Before ExecuteQuery() from CTicketDataProvider::GetTicketRecord") &&
                 log.Contains(L"Returned from ExecuteQuery() Inside CTicketDataProvider::GetTicketRecord"));
     // The update time read is the submission time; the exact profile never stores either.
@@ -72,7 +74,7 @@ TEST_F(TicketProviderTest, RecordsSingleColumnsAndStateUndo) {
     EXPECT_TRUE(!provider.GetTicketRecord(L"nokey", &back) && back.qentryId == L"1");
     log.Clear();
     EXPECT_TRUE(provider.AddTicket(&unset) && unset.qentryId == L"2" && UpdatedColumns(log).empty());
-    EXPECT_EQ(testing_support::Safe(), log.Contains(L"INSERT INTO `JDFTICKET` (`QENTRYID`) VALUES ('2')"));
+    EXPECT_EQ(testing_support::Safe(), log.Contains(L"INSERT INTO `JDFTICKET` (`QENTRYID`) VALUES (?)\nvalues: '2'"));
 
     std::wstring dev, sender, msg, key = L"1";
     EXPECT_TRUE(provider.UpdateJDF(key, L"<JDF/>") && provider.GetJDF(key, back.jdf) && back.jdf == L"<JDF/>");
@@ -127,15 +129,16 @@ TEST_F(TicketProviderTest, GuardsSearchesAndRemove) {
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT JDFTICKET.QENTRYID ,JDFTICKET.JOBPARTID FROM JDFTICKET WHERE "
                                        L"( JDFTICKET.JOBID = 'J1' ) AND ( JDFTICKET.SENDERID = 'S1' ) ",
                                        L"SELECT `JDFTICKET`.`QENTRYID` ,`JDFTICKET`.`JOBPARTID` FROM `JDFTICKET` WHERE "
-                                       L"( `JDFTICKET`.`JOBID` = 'J1' ) AND ( `JDFTICKET`.`SENDERID` = 'S1' ) ")));
+                                       L"( `JDFTICKET`.`JOBID` = ? ) AND ( `JDFTICKET`.`SENDERID` = ? ) \nvalues: 'J1', 'S1'")));
     EXPECT_FALSE(provider.IsJobPresent(L"J2", L"", L"S1", key) || provider.IsJobPresent(L"J9", L"", L"S1", key));
     const std::wstring job = ByProfile(L"SELECT JDFTICKET.QENTRYID FROM JDFTICKET WHERE ( ( JDFTICKET.JOBID = 'J2' ) AND ( ",
-                                       L"SELECT `JDFTICKET`.`QENTRYID` FROM `JDFTICKET` WHERE ( ( `JDFTICKET`.`JOBID` = 'J2' ) AND ( ");
+                                       L"SELECT `JDFTICKET`.`QENTRYID` FROM `JDFTICKET` WHERE ( ( `JDFTICKET`.`JOBID` = 'J2' ) AND ( ");  // see Traced
     const std::wstring table = ByProfile(L"JDFTICKET.", L"`JDFTICKET`.");
     const auto column = [&](const wchar_t* name) { return table + ByProfile(std::wstring(name), L"`" + std::wstring(name) + L"`"); };
-    EXPECT_TRUE(log.Contains(job + column(L"SENDERID") + L" = 'S1' ) ) "));
+    EXPECT_TRUE(log.Contains(testing_support::Traced(job + column(L"SENDERID") + L" = 'S1' ) ) ")));
     EXPECT_TRUE(provider.IsJobPresent(L"J2", L"P2", L"S1", key) && key == L"b");
-    EXPECT_TRUE(log.Contains(job + column(L"JOBPARTID") + L" = 'P2' ) AND ( " + column(L"SENDERID") + L" = 'S1' ) ) "));
+    EXPECT_TRUE(log.Contains(
+        testing_support::Traced(job + column(L"JOBPARTID") + L" = 'P2' ) AND ( " + column(L"SENDERID") + L" = 'S1' ) ) ")));
 
     for (const auto& [word, op] : {std::make_pair(L"inside", L"GetQentryID"), {L"inside", L"GetAllQueueEntryIds"},
                                    {L"Inside", L"IsJobPresent"}, {L"Inside", L"GetAllQueueEntryIDs"}, {L"Inside", L"GetTicketRecords"}}) {

@@ -74,7 +74,7 @@ public:
 // The connection's TLS cipher as the server reports it for the library's own connection.
 std::string SessionCipher() {
     std::string query = "SHOW SESSION STATUS LIKE 'Ssl_cipher'";
-    std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->Execute(query).rows);
+    std::unique_ptr<sql::ResultSet> rows(CDatabaseConnection::m_hInstance->ExecuteSqlQuery(query));
     return rows && rows->next() ? std::string(rows->getString(2)) : "<none>";
 }
 

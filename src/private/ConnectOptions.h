@@ -46,10 +46,13 @@ enum class SessionNode {
 // connection that has been idle. Asks the server whether it is a Galera
 // node and whether that node is synced (wsrep_ready ON, wsrep_local_state 4)
 // when there are several hosts to choose from, or in the safe profile. In
-// the safe profile, reads on a synced node wait until it has applied every
+// the safe profile, the session's sql_mode and character set are pinned, so
+// that statements mean what the library intends whatever the server's global
+// settings, and reads on a synced node wait until it has applied every
 // write the cluster committed before them (wsrep_sync_wait), so a read sees
-// the writes that came before it, made through any node. Throws the
-// connector's exception when the server does not answer.
+// the writes that came before it, made through any node. Also run on a
+// connection the connector opened again by itself. Throws the connector's
+// exception when the server does not answer.
 SessionNode PrepareSession(sql::Connection& connection, const StoreSettings& settings, bool severalHosts);
 
 #endif

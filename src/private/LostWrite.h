@@ -2,9 +2,8 @@
 #define NORVA_PRIVATE_LOSTWRITE_H
 
 #include <functional>
-#include <string>
 
-#include "DatabaseConnection.h"
+#include "private/ConnectionAccess.h"
 
 class Logger;
 
@@ -14,19 +13,15 @@ class Logger;
 // statement gets (a new one, or one to the next host), and answers by what it
 // finds. The write itself is never sent again.
 struct WriteCheck {
-    std::string probe;     // a SELECT that finds a row when the written row is there (or, for a delete, still there)
+    Statement probe;       // a SELECT that finds a row when the written row is there (or, for a delete, still there)
     bool rowMeansApplied;  // true for an insert or update; false for a delete
 };
 
-// Whether a statement's error number says its answer may have been lost on the way.
-bool AnswerMayBeLost(int error);
-
 // Runs the check through `run` (the store's own way to run a statement, trace
-// line included) and answers whether the write took effect; false too when
+// lines included) and answers whether the write took effect; false too when
 // the server could not be asked. On a cluster the probe waits until its node
 // has applied every write committed before it, so a write committed through
 // another node is seen. One log line says what was found.
-bool ReadBackLostWrite(const std::function<CDatabaseConnection::Outcome(std::string&)>& run, Logger* logger,
-                       const WriteCheck& check);
+bool ReadBackLostWrite(const std::function<Outcome(Statement&)>& run, Logger* logger, WriteCheck check);
 
 #endif

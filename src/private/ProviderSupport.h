@@ -16,6 +16,7 @@
 #include "Tuplist.h"
 #include "dl_MainInterface.h"
 #include "dl_MultiValue.h"
+#include "private/StoreRows.h"
 
 // glibc's reporter behind assert(), declared here since NDEBUG hides it.
 extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
@@ -170,7 +171,7 @@ template <class R, size_t N, size_t M>
 bool WriteColumns(const Row& row, const R& rec, const Column<R> (&table)[N], const int (&order)[M], WriteMode mode,
                   bool ok) {
     const std::vector<dl_ColumnValue> columns = SetColumns(rec, table, order, mode);
-    return row.db->WriteRow(row.table, row.key, row.keyType, columns.data(), columns.size(), ok);
+    return ::WriteRow(row.db, row.table, row.key, row.keyType, columns.data(), columns.size(), ok);
 }
 
 // Adds the row: `first` (written whatever the insert answered), then the set
@@ -180,7 +181,7 @@ template <class R, size_t N, size_t M>
 bool InsertColumns(const Row& row, bool generate, bool replace, std::vector<dl_ColumnValue> first, const R& rec,
                    const Column<R> (&table)[N], const int (&order)[M]) {
     for (const dl_ColumnValue& column : SetColumns(rec, table, order, WriteMode::WhileOk)) first.push_back(column);
-    return row.db->InsertRow(row.table, const_cast<void*>(row.key), row.keyType, generate, replace, first.data(),
+    return ::InsertRow(row.db, row.table, const_cast<void*>(row.key), row.keyType, generate, replace, first.data(),
                              first.size());
 }
 

@@ -36,6 +36,23 @@ std::string DbHost() { return Env("NORVA_TEST_DB"); }
 std::string DbDir() { return Env("NORVA_TEST_DB_DIR"); }
 bool Safe() { return ConfigurationControl::GetProfile() == "safe"; }
 
+std::wstring Traced(const std::wstring& text) {
+    if (!Safe()) return text;
+    std::wstring statement, values;
+    for (size_t at = 0; at < text.size();) {
+        const size_t open = text.find(L'\'', at);
+        const size_t close = open == std::wstring::npos ? open : text.find(L'\'', open + 1);
+        if (close == std::wstring::npos) {
+            statement += text.substr(at);
+            break;
+        }
+        statement += text.substr(at, open - at) + L"?";
+        values += (values.empty() ? L"" : L", ") + text.substr(open, close - open + 1);
+        at = close + 1;
+    }
+    return values.empty() ? statement : statement + L"\nvalues: " + values;
+}
+
 TimeStamp Stamp(int year, int month, int day, int hour, int minute, int second) {
     TimeStamp stamp(0);
     stamp.year = year, stamp.month = month, stamp.day = day;
@@ -68,7 +85,16 @@ bool LogCapture::Contains(const std::wstring& line) const { return Count(line) >
 
 size_t LogCapture::Count(const std::wstring& line) const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return std::count(m_lines.begin(), m_lines.end(), line);
+    // Several lines ("a\nb"): that many lines one after the other.
+    std::vector<std::wstring> wanted;
+    for (size_t start = 0, end; start <= line.size(); start = end + 1) {
+        end = std::min(line.find(L'\n', start), line.size());
+        wanted.push_back(line.substr(start, end - start));
+    }
+    size_t count = 0;
+    for (size_t i = 0; i + wanted.size() <= m_lines.size(); ++i)
+        if (std::equal(wanted.begin(), wanted.end(), m_lines.begin() + static_cast<std::ptrdiff_t>(i))) ++count;
+    return count;
 }
 
 bool LogCapture::ContainsText(const std::wstring& part) const {

@@ -30,6 +30,11 @@ T ByProfile(T exact, T safe) {
 }
 inline std::wstring ByProfile(const wchar_t* exact, const wchar_t* safe) { return Safe() ? safe : exact; }
 
+// A statement as this run traces it, from its text with the values between
+// single quotes: the exact profile sends that text; the safe one sends "?"
+// for each quoted value and traces the values on the line after it.
+std::wstring Traced(const std::wstring& text);
+
 // A time stamp of whole seconds, as a DATETIME column keeps it.
 TimeStamp Stamp(int year, int month, int day, int hour, int minute, int second);
 // What a written time stamp reads back as: the exact profile never stores one.
@@ -45,7 +50,9 @@ public:
     LogCapture();
     ~LogCapture();
     std::vector<std::wstring> Lines() const;
-    bool Contains(const std::wstring& line) const;       // an exact line
+    // An exact line; "a\nb" stands for the lines a and b one after the other
+    // (a bound statement's text and the line of its values).
+    bool Contains(const std::wstring& line) const;
     size_t Count(const std::wstring& line) const;
     bool ContainsText(const std::wstring& part) const;   // part of some line
     void Clear();

@@ -411,6 +411,11 @@ Result Check(const Args& a) {
         t.rows.push_back({Str(ok ? "ok" : "FAIL"), Str(text)});
         problems += ok ? 0 : 1;
     };
+    // A value the library cannot understand makes it refuse to run: name
+    // each; nothing is sent to the server then, by the library or by check.
+    for (const std::string& problem : Settings().problems)
+        finding(false, problem + ": the library refuses to run until it is corrected");
+    if (problems) return {t, Failure{"", kProblem}};
     Probe p = Connect();
     if (p.failure.code == kUnreachable) return Fail(kUnreachable, p.failure.message);
     if (!p.connection) {
@@ -839,8 +844,9 @@ int main(int argc, char** argv) {
     // The library's log goes to its LogFile; without one its lines would mix
     // with this tool's one-line errors on stderr, so they are dropped.
     if (ConfigurationControl::GetLogFile().empty()) Logger::Initialise()->SetSink([](LOG_CONST, const std::wstring&) {});
-    // Settings the library would refuse are refused here too, before connecting.
-    if (command->readsDatabase || a.command == "check" || a.command == "purge") {
+    // Settings the library would refuse are refused here too, before
+    // connecting (check lists them as its findings).
+    if (command->readsDatabase || a.command == "purge") {
         for (const std::string& problem : Settings().problems)
             std::fprintf(stderr, "the configuration is refused: %s\n", problem.c_str());
         if (!Settings().Usable()) return kFailed;

@@ -137,6 +137,16 @@ echo "DBIPAddr = $NORVA_TEST_DB" >norva.conf
 expect 0 --help
 grep -q '^  2  the database server cannot be reached' <<<"$out" || fail "--help lacks the exit codes"
 
+# check: a configuration value the library cannot understand is named, exit 1
+# (a profile's case does not matter: "Safe" is safe).
+cp norva.conf norva.conf.good
+printf 'Profile = saef\nConnections = two\n' >>norva.conf
+expect 1 check
+same "$(grep '^FAIL' <<<"$out")" "FAIL    Profile = \"saef\" cannot be understood: exact or safe: the library refuses to run until it is corrected
+FAIL    Connections = \"two\" cannot be understood: a whole number from 1 up: the library refuses to run until it is corrected" \
+    "check of a bad configuration"
+mv norva.conf.good norva.conf
+
 # check: a dropped column and a missing MAXID row are named with their fix.
 expect 0 check
 "${admin[@]}" -e "ALTER TABLE JDFTICKET DROP COLUMN PREVSTATE; DELETE FROM MAXID;"
