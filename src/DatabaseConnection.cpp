@@ -66,6 +66,12 @@ struct CDatabaseConnection::Pool {
     const int size;
     std::atomic<unsigned> threads{0};  // threads that have leased so far, for their homes
     mutex connecting;  // the driver is set up and used to connect by one thread at a time
+    // Prepared statements of connections whose server was lost: kept, never closed.
+    std::vector<std::unique_ptr<sql::PreparedStatement>> abandoned;
+    void Abandon(PreparedCache& prepared) {
+        MutexLock lock(connecting);
+        prepared.Abandon(abandoned);
+    }
 
     int Acquire() {
         thread_local const unsigned t_thread = threads.fetch_add(1, std::memory_order_relaxed);
@@ -415,7 +421,10 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
             outcome.kind = ClassifyServerError(error);
             if (error == 0) break;
             // The server no longer holds this connection's prepared statements.
-            if (outcome.kind == ServerError::Lost || StatementGone(error)) {
+            if (outcome.kind == ServerError::Lost) {
+                owner.m_pPool->Abandon(slot.prepared);
+                slot.sessionLost = true;
+            } else if (StatementGone(error)) {
                 slot.prepared.Clear();
                 slot.sessionLost = true;
             }
