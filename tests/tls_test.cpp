@@ -92,12 +92,14 @@ void Configure(const std::string& host, const Tls& tls) {
     ConfigurationControl::SetDBTLSKey(tls.key);
 }
 
-// A read through the store on `host` with these TLS settings: true when it ran.
-ChildRun ReadOver(const std::string& host, const Tls& tls) {
+// A read of row C1 (status 4) through the store on `host` with these TLS
+// settings, as DBUser with DBPasswordFile when a user is given: true when it ran.
+ChildRun ReadOver(const std::string& host, const Tls& tls, const std::string& user = "", const std::string& file = "") {
     return InChild([&] {
         Configure(host, tls);
+        if (!user.empty()) ConfigurationControl::SetDBUser(user), ConfigurationControl::SetDBPasswordFile(file);
         int status = -1;
-        return testing_support::ReadStatusOfC1(status);
+        return testing_support::ReadStatusOfC1(status) && status == 4;
     });
 }
 
@@ -211,18 +213,9 @@ TEST_F(Tls_, ClientCertificateIsPresented) {
           " GRANT SELECT ON jdfdb.* TO lumbo27x509@\\\"%\\\"\"");
     std::ofstream("x509-password") << "x\n";
     chmod("x509-password", 0600);
-    auto read = [&](const std::string& cert, const std::string& key) {
-        return InChild([&] {
-            Configure(g_tls.host, {"verify-identity", g_tls.ca, cert, key});
-            ConfigurationControl::SetDBUser("lumbo27x509");
-            ConfigurationControl::SetDBPasswordFile("x509-password");
-            int status = -1;
-            return testing_support::ReadStatusOfC1(status) && status == 4;
-        });
-    };
-    const ChildRun with = read(g_tls.cert, g_tls.key);
+    const ChildRun with = ReadOver(g_tls.host, {"verify-identity", g_tls.ca, g_tls.cert, g_tls.key}, "lumbo27x509", "x509-password");
     EXPECT_TRUE(with.result) << with;
-    const ChildRun without = read("", "");
+    const ChildRun without = ReadOver(g_tls.host, {"verify-identity", g_tls.ca, "", ""}, "lumbo27x509", "x509-password");
     EXPECT_FALSE(without.result) << without;
     EXPECT_TRUE(without.Logged("MySQL error code: 1045")) << without;
 }
