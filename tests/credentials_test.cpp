@@ -36,13 +36,14 @@ void WriteFile(const char* path, const std::string& text, mode_t mode) {
     ASSERT_EQ(0, chmod(path, mode));
 }
 
-// Reads row C1 (status 7) as DBUser with DBPasswordFile = path.
+// Reads row C1 (status 7) as DBUser with DBPasswordFile = path, connected as that account.
 ChildRun ReadAs(const std::string& user, const std::string& path) {
     return InChild([&] {
         ConfigurationControl::SetDBUser(user);
         ConfigurationControl::SetDBPasswordFile(path);
         int status = -1;
-        return testing_support::ReadStatusOfC1(status) && status == 7;
+        return testing_support::ReadStatusOfC1(status) && status == 7 &&
+               LibraryScalar("SELECT CURRENT_USER()") == user + "@%";
     });
 }
 
@@ -73,13 +74,7 @@ TEST_F(Credentials, FileOthersMayReadIsRefusedOwnerOnlyConnectsAsItsAccount) {
     EXPECT_TRUE(ReadAs(kUser, kFile).Logged("(mode 0640): chmod 600"));
 
     WriteFile(kFile, std::string(kPassword) + "\nsecond line ignored\n", 0600);
-    const ChildRun owner = InChild([] {
-        ConfigurationControl::SetDBUser(kUser);
-        ConfigurationControl::SetDBPasswordFile(kFile);
-        int status = -1;
-        return testing_support::ReadStatusOfC1(status) && status == 7 &&
-               LibraryScalar("SELECT CURRENT_USER()") == std::string(kUser) + "@%";
-    });
+    const ChildRun owner = ReadAs(kUser, kFile);
     EXPECT_TRUE(owner.result) << owner;
     ExpectNoPassword(owner);
 }

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -63,17 +64,11 @@ public:
         const std::string start = "bash " NORVA_SOURCE_DIR "/scripts/db-start.sh " + m_dir + " -- " +
                                   ServerOptions(m_server) + " >" + m_dir + ".log 2>&1";
         ASSERT_EQ(0, std::system(start.c_str())) << start;
-        std::FILE* env = std::fopen((m_dir + "/env").c_str(), "r");
-        ASSERT_NE(nullptr, env);
-        char line[512];
-        while (std::fgets(line, sizeof line, env)) {
-            std::string text(line);
-            const size_t eq = text.find('=');
-            if (eq == std::string::npos) continue;
-            const std::string value = text.substr(eq + 1, text.find_last_not_of("\r\n") - eq);
-            setenv(text.substr(0, eq).c_str(), value.c_str(), 1);
-        }
-        std::fclose(env);
+        std::ifstream env(m_dir + "/env");
+        ASSERT_TRUE(env.is_open());
+        for (std::string line; std::getline(env, line);)
+            if (line.find('=') != std::string::npos)
+                setenv(line.substr(0, line.find('=')).c_str(), line.substr(line.find('=') + 1).c_str(), 1);
         ConfigurationControl::SetDBIPAddr(StringUtils::wstringFromstring(testing_support::DbHost()));
     }
     void TearDown() override {

@@ -110,7 +110,8 @@ TEST_F(PlatformTest, LoggerConcurrentLinesStayWhole) {
 }
 
 // Without a sink, lines at or below the threshold are appended to the LogFile as UTF-8,
-// lines above it are dropped before their arguments are looked at.
+// lines above it are dropped before their arguments are looked at. A line is in the file
+// once log returns, even when the process is killed right after.
 TEST_F(PlatformTest, LoggerThresholdAndDefaultDestination) {
     WriteAll(File("norva.log"), "earlier\n");
     WriteAll(File("log.conf"), "LogFile = " + File("norva.log") + "\n");
@@ -119,20 +120,6 @@ TEST_F(PlatformTest, LoggerThresholdAndDefaultDestination) {
     logger_->log(LOG_LEVEL_1, L"caf%s %d", "\xC3\xA9", 1);
     logger_->log(LOG_LEVEL_6, L"%s", reinterpret_cast<const char*>(16));  // would fault if formatted
     logger_->log(LOG_LEVEL_5, L"%ls", L"\U0001F600");
-    EXPECT_EQ(ReadAll(File("norva.log")), "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\n");
-    // The next line after a new LogFile is loaded goes to the new file.
-    WriteAll(File("log.conf"), "LogFile = " + File("next.log") + "\n");
-    ASSERT_TRUE(ConfigurationControl::Load(File("log.conf")));
-    logger_->log(LOG_LEVEL_5, L"moved");
-    EXPECT_EQ(ReadAll(File("next.log")), "moved\n");
-    EXPECT_EQ(ReadAll(File("norva.log")), "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\n");
-}
-
-// A line is in the file once log returns, even when the process is killed right after.
-TEST_F(PlatformTest, LoggerLineSurvivesAKillRightAfterLog) {
-    WriteAll(File("log.conf"), "LogFile = " + File("killed.log") + "\n");
-    ASSERT_TRUE(ConfigurationControl::Load(File("log.conf")));
-    logger_->SetSink(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
         logger_->log(LOG_LEVEL_5, L"last words %d %ls", 42, L"caf\u00e9");
@@ -141,7 +128,14 @@ TEST_F(PlatformTest, LoggerLineSurvivesAKillRightAfterLog) {
     int status = 0;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
     ASSERT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(ReadAll(File("killed.log")), "last words 42 caf\xC3\xA9\n");
+    const std::string written = "earlier\ncaf\xC3\xA9 1\n\xF0\x9F\x98\x80\nlast words 42 caf\xC3\xA9\n";
+    EXPECT_EQ(ReadAll(File("norva.log")), written);
+    // The next line after a new LogFile is loaded goes to the new file.
+    WriteAll(File("log.conf"), "LogFile = " + File("next.log") + "\n");
+    ASSERT_TRUE(ConfigurationControl::Load(File("log.conf")));
+    logger_->log(LOG_LEVEL_5, L"moved");
+    EXPECT_EQ(ReadAll(File("next.log")), "moved\n");
+    EXPECT_EQ(ReadAll(File("norva.log")), written);
 }
 
 // key = value with comments and blanks; lines it cannot understand are reported with file:line. A load starts

@@ -89,6 +89,12 @@ protected:
                 "(3, 'r3', 'Q2', 'third', 30, NULL)");
         store = CMysqlDatabaseInterface::GetInstance();
     }
+    // A query of `key` on CONTENT, for one queue entry when `qentryId` is given.
+    static void OnContent(dl_MultiValue& query, const char* key, const wchar_t* qentryId = nullptr) {
+        query.InsertKeys(1, key);
+        query.InsertTickettype(1, TICKET_CONTENT);
+        if (qentryId) Where(query, "CONTENT.QENTRYID", qentryId);
+    }
     static void Where(dl_MultiValue& query, const char* column, const wchar_t* value) {
         query.m_conditions.push_back(COND_BRACKET, "(");
         query.m_conditions.push_back(COND_COLUMN, column);
@@ -118,8 +124,7 @@ TEST_F(QueryTest, StatementTextIsBuiltExactly) {
     EXPECT_EQ(2, query.GetRecordCount());
 
     dl_MultiValue whole;
-    whole.InsertKeys(1, "CONTENT.CONTENTID");
-    whole.InsertTickettype(1, TICKET_CONTENT);
+    OnContent(whole, "CONTENT.CONTENTID");
     store->ExecuteQuery(&whole);
     // No WHERE, no trailing blank.
     EXPECT_TRUE(log.Contains(ByProfile(L"SELECT CONTENT.CONTENTID FROM CONTENT", L"SELECT `CONTENT`.`CONTENTID` FROM `CONTENT`")));
@@ -145,9 +150,7 @@ TEST_F(QueryTest, StatementTextIsBuiltExactly) {
 
 TEST_F(QueryTest, RowsBecomeTypedElements) {
     dl_MultiValue query;
-    query.InsertKeys(1, "CONTENT.*");
-    query.InsertTickettype(1, TICKET_CONTENT);
-    Where(query, "CONTENT.QENTRYID", L"Q1");
+    OnContent(query, "CONTENT.*", L"Q1");
     store->ExecuteQuery(&query);
     ASSERT_EQ(2, query.GetRecordCount());
 
@@ -206,8 +209,7 @@ TEST_F(QueryTest, RowsBecomeTypedElements) {
 // all three agree, whichever is used first.
 TEST_F(QueryTest, ThePublicRecordListHoldsEveryRow) {
     dl_MultiValue* query = new dl_MultiValue;
-    query->InsertKeys(1, "CONTENT.*");
-    query->InsertTickettype(1, TICKET_CONTENT);
+    OnContent(*query, "CONTENT.*");
     store->ExecuteQuery(query);
     ASSERT_EQ(3, query->GetRecordCount());
     ASSERT_EQ(3u, query->m_records.size());
@@ -256,9 +258,7 @@ TEST_F(QueryTest, ThePublicRecordListHoldsEveryRow) {
 // statement has no table text and the server refuses it.
 TEST_F(QueryTest, ACopiedQueryLosesItsTableAndConditions) {
     dl_MultiValue source;
-    source.InsertKeys(1, "CONTENT.CONTENTID");
-    source.InsertTickettype(1, TICKET_CONTENT);
-    Where(source, "CONTENT.QENTRYID", L"Q1");
+    OnContent(source, "CONTENT.CONTENTID", L"Q1");
     dl_MultiValue copy(source);
     LogCapture log;
     store->ExecuteQuery(&copy);

@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CDataAccessProvider.h"
 #include "CMysqlDatabaseInterface.h"
@@ -91,12 +92,14 @@ void Configure(const std::string& host, const Tls& tls) {
     ConfigurationControl::SetDBTLSKey(tls.key);
 }
 
-// A read through the store on `host` with these TLS settings: true when it ran.
-ChildRun ReadOver(const std::string& host, const Tls& tls) {
+// A read of row C1 (status 4) through the store on `host` with these TLS
+// settings, as DBUser with DBPasswordFile when a user is given: true when it ran.
+ChildRun ReadOver(const std::string& host, const Tls& tls, const std::string& user = "", const std::string& file = "") {
     return InChild([&] {
         Configure(host, tls);
+        if (!user.empty()) ConfigurationControl::SetDBUser(user), ConfigurationControl::SetDBPasswordFile(file);
         int status = -1;
-        return testing_support::ReadStatusOfC1(status);
+        return testing_support::ReadStatusOfC1(status) && status == 4;
     });
 }
 
@@ -147,6 +150,9 @@ protected:
     }
 };
 
+// The server's certificate names 127.0.0.1; "localhost" reaches the same server by another name.
+std::string ByName() { return "tcp://localhost:" + g_tls.host.substr(g_tls.host.rfind(':') + 1); }
+
 TEST_F(Tls_, WithTheRightCaEveryModeEncryptsAndEveryProviderWorks) {
     for (const char* mode : {"required", "verify-ca", "verify-identity"}) {
         const ChildRun run = InChild([&] {
@@ -156,54 +162,49 @@ TEST_F(Tls_, WithTheRightCaEveryModeEncryptsAndEveryProviderWorks) {
         EXPECT_TRUE(run.result) << mode << ": " << run;
         Tls_::SetUp();
     }
-}
-
-TEST_F(Tls_, CaOtherThanTheServersIsRefused) {
-    for (const char* mode : {"verify-ca", "verify-identity"}) {
-        const ChildRun run = ReadOver(g_tls.host, {mode, g_tls.otherCA, "", ""});
-        EXPECT_FALSE(run.result) << run;
-        EXPECT_TRUE(run.Logged(std::string("ERROR: DBTLS = ") + mode +
-                               ": TLS/SSL error: self-signed certificate in certificate chain"))
-            << run;
-        EXPECT_TRUE(run.Logged("MySQL error code: 2026")) << run;
-    }
-}
-
-// The server's certificate names 127.0.0.1; "localhost" reaches the same server by another name.
-TEST_F(Tls_, CertificateForAnotherNameIsRefusedByVerifyIdentityOnly) {
-    const std::string byName = "tcp://localhost:" + g_tls.host.substr(g_tls.host.rfind(':') + 1);
-    const ChildRun identity = ReadOver(byName, {"verify-identity", g_tls.ca, "", ""});
-    EXPECT_FALSE(identity.result) << identity;
-    EXPECT_TRUE(identity.Logged(
-        "ERROR: DBTLS = verify-identity: TLS/SSL error: Validation of SSL server certificate failed"))
-        << identity;
-    const ChildRun ca = ReadOver(byName, {"verify-ca", g_tls.ca, "", ""});
+    const ChildRun ca = ReadOver(ByName(), {"verify-ca", g_tls.ca, "", ""});
     EXPECT_TRUE(ca.result) << "verify-ca checks the signature, not the name: " << ca;
 }
 
-TEST_F(Tls_, PlainServerIsRefusedWhenTlsIsAsked) {
-    const std::string plain = testing_support::DbHost();
-    for (const Tls& tls : {Tls{"required", "", "", ""}, Tls{"verify-ca", g_tls.ca, "", ""}}) {
-        const ChildRun run = ReadOver(plain, tls);
-        EXPECT_FALSE(run.result) << run;
-        EXPECT_TRUE(run.Logged(std::string("ERROR: DBTLS = ") + tls.mode + ": the server did not encrypt the connection"))
-            << run;
+// Each refusal with the lines it logs: a CA other than the server's, a
+// certificate for another name (verify-identity only), a plain server asked
+// for TLS, a plain client of a server that requires it, and settings that
+// cannot work, refused before the server is asked. No statement runs.
+TEST_F(Tls_, EveryRefusalIsLoggedAndRunsNoStatement) {
+    const std::string plain = testing_support::DbHost(), tls = g_tls.host;
+    const struct { std::string host; Tls tls; std::vector<std::string> logged; const char* notLogged; } cases[] = {
+        {tls, {"verify-ca", g_tls.otherCA, "", ""},
+         {"ERROR: DBTLS = verify-ca: TLS/SSL error: self-signed certificate in certificate chain", "MySQL error code: 2026"}, ""},
+        {tls, {"verify-identity", g_tls.otherCA, "", ""},
+         {"ERROR: DBTLS = verify-identity: TLS/SSL error: self-signed certificate in certificate chain",
+          "MySQL error code: 2026"}, ""},
+        {ByName(), {"verify-identity", g_tls.ca, "", ""},
+         {"ERROR: DBTLS = verify-identity: TLS/SSL error: Validation of SSL server certificate failed"}, ""},
+        {plain, {"required", "", "", ""}, {"ERROR: DBTLS = required: the server did not encrypt the connection"}, ""},
+        {plain, {"verify-ca", g_tls.ca, "", ""}, {"ERROR: DBTLS = verify-ca: the server did not encrypt the connection"}, ""},
+        {plain, {"verify-identity", g_tls.ca, "", ""},
+         {"ERROR: DBTLS = verify-identity: TLS/SSL error: SSL is required, but the server does not support it"}, ""},
+        {tls, {"off", "", "", ""},
+         {"ERROR: Access denied for user 'lumbo27'@'127.0.0.1' (using password: YES)", "MySQL error code: 1045"}, ""},
+        {tls, {"verify-everything", "", "", ""},
+         {"DBTLS = \"verify-everything\" cannot be understood: off, required, verify-ca or verify-identity"},
+         "MySQL error code: 1045"},
+        {tls, {"verify-ca", "", "", ""}, {"DBTLS = \"verify-ca\" needs DBTLSCA"}, "MySQL error code: 1045"},
+        {tls, {"off", g_tls.ca, "", ""}, {"DBTLSCA is set but DBTLS does not check the server's certificate"},
+         "MySQL error code: 1045"},
+        {tls, {"verify-identity", g_tls.ca, g_tls.cert, ""}, {"DBTLSCert and DBTLSKey go together"}, "MySQL error code: 1045"},
+        {tls, {"verify-identity", "/nonexistent/ca.pem", "", ""},
+         {"DBTLSCA = \"/nonexistent/ca.pem\" cannot be read: No such file or directory"}, "MySQL error code: 1045"},
+    };
+    for (const auto& c : cases) {
+        const ChildRun run = ReadOver(c.host, c.tls);
+        EXPECT_FALSE(run.result) << c.logged[0] << "\n" << run;
+        for (const std::string& line : c.logged) EXPECT_TRUE(run.Logged(line)) << line << "\n" << run;
+        EXPECT_TRUE(!*c.notLogged || !run.Logged(c.notLogged)) << "the server was asked: " << run;
         EXPECT_FALSE(run.Logged("SELECT STATUS FROM JDFTICKET WHERE QENTRYID = 'C1'") &&
                      run.Logged("ExecuteSqlQuery::Getting result set"))
-            << "a statement ran on the plain connection: " << run;
+            << "a statement ran: " << run;
     }
-    const ChildRun identity = ReadOver(plain, {"verify-identity", g_tls.ca, "", ""});
-    EXPECT_FALSE(identity.result) << identity;
-    EXPECT_TRUE(identity.Logged(
-        "ERROR: DBTLS = verify-identity: TLS/SSL error: SSL is required, but the server does not support it"))
-        << identity;
-}
-
-TEST_F(Tls_, PlainClientIsRefusedByRequireSecureTransport) {
-    const ChildRun run = ReadOver(g_tls.host, {"off", "", "", ""});
-    EXPECT_FALSE(run.result) << run;
-    EXPECT_TRUE(run.Logged("ERROR: Access denied for user 'lumbo27'@'127.0.0.1' (using password: YES)")) << run;
-    EXPECT_TRUE(run.Logged("MySQL error code: 1045")) << run;
 }
 
 TEST_F(Tls_, ClientCertificateIsPresented) {
@@ -212,38 +213,11 @@ TEST_F(Tls_, ClientCertificateIsPresented) {
           " GRANT SELECT ON jdfdb.* TO lumbo27x509@\\\"%\\\"\"");
     std::ofstream("x509-password") << "x\n";
     chmod("x509-password", 0600);
-    auto read = [&](const std::string& cert, const std::string& key) {
-        return InChild([&] {
-            Configure(g_tls.host, {"verify-identity", g_tls.ca, cert, key});
-            ConfigurationControl::SetDBUser("lumbo27x509");
-            ConfigurationControl::SetDBPasswordFile("x509-password");
-            int status = -1;
-            return testing_support::ReadStatusOfC1(status) && status == 4;
-        });
-    };
-    const ChildRun with = read(g_tls.cert, g_tls.key);
+    const ChildRun with = ReadOver(g_tls.host, {"verify-identity", g_tls.ca, g_tls.cert, g_tls.key}, "lumbo27x509", "x509-password");
     EXPECT_TRUE(with.result) << with;
-    const ChildRun without = read("", "");
+    const ChildRun without = ReadOver(g_tls.host, {"verify-identity", g_tls.ca, "", ""}, "lumbo27x509", "x509-password");
     EXPECT_FALSE(without.result) << without;
     EXPECT_TRUE(without.Logged("MySQL error code: 1045")) << without;
-}
-
-TEST_F(Tls_, SettingsThatCannotWorkAreRefusedBeforeConnecting) {
-    const std::pair<Tls, std::string> cases[] = {
-        {{"verify-everything", "", "", ""},
-         "DBTLS = \"verify-everything\" cannot be understood: off, required, verify-ca or verify-identity"},
-        {{"verify-ca", "", "", ""}, "DBTLS = \"verify-ca\" needs DBTLSCA"},
-        {{"off", g_tls.ca, "", ""}, "DBTLSCA is set but DBTLS does not check the server's certificate"},
-        {{"verify-identity", g_tls.ca, g_tls.cert, ""}, "DBTLSCert and DBTLSKey go together"},
-        {{"verify-identity", "/nonexistent/ca.pem", "", ""},
-         "DBTLSCA = \"/nonexistent/ca.pem\" cannot be read: No such file or directory"},
-    };
-    for (const auto& c : cases) {
-        const ChildRun run = ReadOver(g_tls.host, c.first);
-        EXPECT_FALSE(run.result) << run;
-        EXPECT_TRUE(run.Logged(c.second)) << c.second << "\n" << run;
-        EXPECT_FALSE(run.Logged("MySQL error code: 1045")) << "the server was asked: " << run;
-    }
 }
 
 // Warned at start-up: the safe profile sending in clear text beyond this machine.
