@@ -75,6 +75,8 @@ private:
     bool OnUsableNode(Slot& slot);
     void ReturnToEarlier(Slot& slot);
     bool ReEstablish(Slot& slot);
+    void LeaveRestingHost(Slot& slot);
+    void MoveOn(Slot& slot);
 
     std::string m_userName;
     std::string m_password;

@@ -15,7 +15,7 @@ else
     wanted=(build-essential cmake pkg-config libmysqlcppconn-dev libxerces-c-dev
         libwxgtk3.2-dev mariadb-server mariadb-client libgtest-dev googletest
         libbenchmark-dev clang libclang-rt-14-dev doxygen dpkg-dev file jq galera-4 rsync iproute2
-        openssl tcpdump iptables stunnel4)
+        openssl tcpdump iptables stunnel4 util-linux)
 fi
 
 missing=()

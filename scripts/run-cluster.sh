@@ -5,7 +5,7 @@
 # the cluster's CA) and stops every node again, whatever happens (the nodes
 # are stopped by the EXIT trap even when a test fails or the run is
 # interrupted). The tests are killed if the whole run, cluster start
-# included, would otherwise take more than 5 minutes (built already).
+# included, would otherwise take more than 6 minutes (built already).
 #
 #   scripts/run-cluster.sh [--plain]
 #
@@ -23,6 +23,14 @@ case ${1:-} in
 esac
 
 norva_build plain -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_BUILD_TESTS=ON --target cluster_test purge_test >/dev/null
+
+# The cluster and its tests run in a network namespace of their own, with a
+# loopback of its own, so that a test can make a node unreachable with
+# iptables without touching the machine's own tables. Without the rights to
+# make one, that case is skipped.
+if [[ ${NORVA_TEST_NETNS:-} != 1 ]] && unshare -n true 2>/dev/null; then
+    exec env NORVA_TEST_NETNS=1 unshare -n bash -c 'ip link set lo up && exec bash "$0" "$@"' "$0" "$@"
+fi
 
 cluster=$(mktemp -d /tmp/norvacl.XXXXXX)
 # shellcheck disable=SC2317  # called from the EXIT trap
@@ -52,11 +60,11 @@ unset NORVA_TEST_DB NORVA_TEST_DB_DIR
 if [[ -n ${NORVA_CLUSTER_CA:-} ]]; then export NORVA_TEST_TLS_CA=$NORVA_CLUSTER_CA; fi
 
 status=0
-# Whatever the start took, the whole run stays within 5 minutes.
+# Whatever the start took, the whole run stays within 6 minutes.
 for program in cluster_test purge_test; do
     work="$build/tests/work/$program"
     mkdir -p "$work"
-    budget=$((290 - (SECONDS - started)))
+    budget=$((350 - (SECONDS - started)))
     ((budget >= 60)) || budget=60
     (cd "$work" && timeout --kill-after=5 "$budget" "$build/tests/$program") || status=$?
 done

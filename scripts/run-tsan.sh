@@ -12,7 +12,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/run-common.sh"
 
 # The tests in which several threads use the library or its platform parts.
-tests=(concurrency_test fault_test jobsender_provider_test platform_test pool_test)
+tests=(concurrency_test fault_test frozen_test jobsender_provider_test platform_test pool_test)
 
 norva_build tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNORVA_TSAN=ON -DNORVA_SANITIZE=OFF \
     -DNORVA_BUILD_TESTS=ON -DNORVA_BUILD_EXAMPLES=OFF --target "${tests[@]}"

@@ -16,6 +16,7 @@
 #include "dl_MultiValue.h"
 #include "private/ExactDialect.h"
 #include "private/IdAllocation.h"
+#include "private/LostWrite.h"
 #include "private/OperationFrame.h"
 #include "private/QueryRows.h"
 #include "private/StoreSettings.h"
@@ -231,7 +232,9 @@ bool CMysqlDatabaseInterface::AddNewTicket(TICKET_TYPE_NV table, const void* key
     RunFrame(m_pLogger, m_pDialect->StatementLock(), kAddNewTicket, [&](const wchar_t*&) {
         if (Refused()) return;
         Statement insert = m_pDialect->InsertKey(GetTicketType(table), GetPrimaryKey(table), key, keyType);
-        result = m_pDialect->Answer(m_pDialect->Run(insert), false, L"AddNewTicket()");
+        result = m_pDialect->Answer(m_pDialect->Run(insert), false, L"AddNewTicket()", [&] {
+            return WriteCheck{m_pDialect->RowCheck(GetTicketType(table), GetPrimaryKey(table), key, keyType), true};
+        });
     });
     return result;
 }
@@ -241,7 +244,9 @@ bool CMysqlDatabaseInterface::DeleteTicket(TICKET_TYPE_NV table, const void* key
     RunFrame(m_pLogger, m_pDialect->StatementLock(), kDeleteTicket, [&](const wchar_t*&) {
         if (Refused()) return;
         Statement remove = m_pDialect->DeleteRow(GetTicketType(table), GetPrimaryKey(table), key, keyType);
-        result = m_pDialect->Answer(m_pDialect->Run(remove), false, L"DeleteTicket()");
+        result = m_pDialect->Answer(m_pDialect->Run(remove), false, L"DeleteTicket()", [&] {
+            return WriteCheck{m_pDialect->RowCheck(GetTicketType(table), GetPrimaryKey(table), key, keyType), false};
+        });
     });
     return result;
 }
@@ -260,7 +265,11 @@ bool CMysqlDatabaseInterface::AddParameter(TICKET_TYPE_NV table, const void* key
         if (name == nullptr) return;
         Statement update =
             m_pDialect->SetColumn(GetTicketType(table), GetPrimaryKey(table), name, value, valueType, key, keyType);
-        result = m_pDialect->Answer(m_pDialect->Run(update), true, L"AddParameter()");
+        result = m_pDialect->Answer(m_pDialect->Run(update), true, L"AddParameter()", [&] {
+            WriteCheck check{m_pDialect->RowCheck(GetTicketType(table), GetPrimaryKey(table), key, keyType), true};
+            m_pDialect->MatchColumn(check.probe, name, valueType, value);
+            return check;
+        });
     });
     return result;
 }
@@ -310,7 +319,11 @@ bool CMysqlDatabaseInterface::DeleteParameter(TICKET_TYPE_NV table, const void* 
         const char* name = m_pDialect->ColumnPart(column);
         if (name == nullptr) return;
         Statement clear = m_pDialect->ClearColumn(GetTicketType(table), GetPrimaryKey(table), name, key, keyType);
-        result = m_pDialect->Answer(m_pDialect->Run(clear), true, L"DeleteParameter()");
+        result = m_pDialect->Answer(m_pDialect->Run(clear), true, L"DeleteParameter()", [&] {
+            WriteCheck check{m_pDialect->RowCheck(GetTicketType(table), GetPrimaryKey(table), key, keyType), true};
+            check.probe.text += " AND " + m_pDialect->Name(name) + " IS NULL";
+            return check;
+        });
     });
     return result;
 }
@@ -327,7 +340,11 @@ bool CMysqlDatabaseInterface::AddBlob(TICKET_TYPE_NV table, const void* key, PAR
             keyType == PARAM_INT ? std::to_string(*static_cast<const int32_t*>(key)) : Narrow(key);
         Statement update = m_pDialect->SetText(GetTicketType(table), GetPrimaryKey(table), name,
                                                Narrow(blob ? blob->data : nullptr), keyText);
-        result = m_pDialect->Answer(m_pDialect->Run(update), true, L"AddBlob()");
+        result = m_pDialect->Answer(m_pDialect->Run(update), true, L"AddBlob()", [&] {
+            WriteCheck check{m_pDialect->RowCheck(GetTicketType(table), GetPrimaryKey(table), key, keyType), true};
+            m_pDialect->MatchColumn(check.probe, name, PARAM_WSTRING, blob ? blob->data : L"");
+            return check;
+        });
     });
     return result;
 }

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "private/ConnectOptions.h"
 #include "private/ConnectionAccess.h"
@@ -65,6 +66,12 @@ struct CDatabaseConnection::Pool {
     const int size;
     std::atomic<unsigned> threads{0};  // threads that have leased so far, for their homes
     mutex connecting;  // the driver is set up and used to connect by one thread at a time
+    // Prepared statements of connections whose server was lost: kept, never closed.
+    std::vector<std::unique_ptr<sql::PreparedStatement>> abandoned;
+    void Abandon(PreparedCache& prepared) {
+        MutexLock lock(connecting);
+        prepared.Abandon(abandoned);
+    }
 
     int Acquire() {
         thread_local const unsigned t_thread = threads.fetch_add(1, std::memory_order_relaxed);
@@ -176,19 +183,38 @@ bool CDatabaseConnection::Connect(Slot& slot) {
     // Its prepared statements go first, while the connection they belong to lives.
     slot.prepared.Clear();
     slot.connection = nullptr;
-    // One try per host of DBIPAddr until one answers (a single host: one try).
-    for (size_t attempt = 0; slot.connection == nullptr && attempt < m_pHosts->Size(); ++attempt) try {
+    // One try per host of DBIPAddr until one answers (a single host: one
+    // try), resting hosts passed over; with every host resting, the current
+    // one is tried once its rest is over.
+    std::vector<size_t> hosts;
+    for (size_t n = 0; n < m_pHosts->Size(); ++n)
+        if (!m_pHosts->Resting(m_pHosts->Attempt(n))) hosts.push_back(m_pHosts->Attempt(n));
+    if (hosts.empty()) {
+        hosts.push_back(m_pHosts->Attempt(0));
+        m_pHosts->WaitRested(hosts[0]);
+    }
+    for (size_t host : hosts) try {
         m_pDriver = get_driver_instance();
-        slot.connection = Open(m_pHosts->Attempt(attempt), slot);
+        slot.connection = Open(host, slot);
         if (slot.connection == nullptr) continue;
         m_bConnected = true;
         m_pHosts->Answered(slot.host);
         slot.sessionLost = false;  // Open set the session up
+        break;
     } catch (sql::SQLException& e) {
         m_pLogger->log(kLevel, L"SQLException in %s", kSourcePath);
         m_pLogger->log(kLevel, L"ERROR: %s", e.what());
         m_pLogger->log(kLevel, L"MySQL error code: %d", e.getErrorCode());
         m_pLogger->log(kLevel, L"SQLState: %s", e.getSQLState().c_str());
+        if (ClassifyServerError(e.getErrorCode()) == ServerError::Lost) {
+            m_pHosts->Rest(host);
+            continue;
+        }
+        // The server is there and said no (a refused login, a TLS set-up that
+        // failed): every other host would say the same.
+        m_pLogger->log(kLevel, L"CDatabaseConnection : %s refused the connection (error %d); no other host is tried",
+                       m_pHosts->Name(host).c_str(), e.getErrorCode());
+        break;
     } catch (std::exception& e) {
         m_pLogger->log(kLevel, L" CDatabaseConnection::InitConnection:Error in %s", kSourcePath);
         m_pLogger->log(kLevel, L"CDatabaseConnection::InitConnection: Error %s", e.what());
@@ -250,6 +276,7 @@ bool CDatabaseConnection::OnUsableNode(Slot& slot) {
 void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
     MutexLock lock(m_pPool->connecting);
     for (size_t index = 0; index < slot.host; ++index) {
+        if (m_pHosts->Resting(index)) continue;
         const auto started = std::chrono::steady_clock::now();
         try {
             sql::Connection* connection = Open(index, slot);
@@ -267,6 +294,31 @@ void CDatabaseConnection::ReturnToEarlier(Slot& slot) {
     }
 }
 
+
+// A connection whose host was lost: with other hosts it moves on before its
+// next statement; alone, that statement waits for the host's rest to end, so
+// the connector's own reconnect does not hammer a down server.
+void CDatabaseConnection::LeaveRestingHost(Slot& slot) {
+    if (slot.connection == nullptr || !m_pHosts->Resting(slot.host)) return;
+    if (m_pHosts->Size() == 1) {
+        m_pHosts->WaitRested(slot.host);
+        return;
+    }
+    MutexLock lock(slot.lock);
+    if (m_pHosts->Resting(slot.host)) MoveOn(slot);  // another thread sharing the slot may have moved it on
+}
+
+// The slot's server is lost (and another host is left, or the connector will
+// not reconnect by itself): the old connection is closed and freed, its
+// prepared statements first (a small quit message, which the socket takes at
+// once even when nobody reads it; result sets already handed out hold their
+// own rows), then the connect goes on to the next host.
+void CDatabaseConnection::MoveOn(Slot& slot) {
+    slot.prepared.Clear();
+    delete slot.connection;
+    slot.connection = nullptr;
+    Connect(slot);
+}
 
 sql::ResultSet* CDatabaseConnection::ExecuteSqlQuery(std::string& query) {
     Statement statement;
@@ -321,6 +373,7 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
     logger->log(kLevel, L"Inside CDatabaseConnection::ExecuteSqlQuery");
     CDatabaseConnection::Lease lease(owner);
     CDatabaseConnection::Slot& slot = lease.slot();
+    owner.LeaveRestingHost(slot);
     Outcome outcome;
     if (slot.connection == nullptr || slot.connection->isClosed()) {
         logger->log(kLevel, L"CDatabaseConnection::ExecuteSqlQuery : Database connection is not available.");
@@ -368,16 +421,24 @@ Outcome ConnectionAccess::Run(CDatabaseConnection& owner, const Statement& state
             outcome.kind = ClassifyServerError(error);
             if (error == 0) break;
             // The server no longer holds this connection's prepared statements.
-            if (outcome.kind == ServerError::Lost || StatementGone(error)) {
+            if (outcome.kind == ServerError::Lost) {
+                owner.m_pPool->Abandon(slot.prepared);
+                slot.sessionLost = true;
+            } else if (StatementGone(error)) {
                 slot.prepared.Clear();
                 slot.sessionLost = true;
             }
             if (!statement.bound || !StatementGone(error)) break;
         }
-        // Several hosts: a lost server moves this connection on to the next now.
-        // So does one the connector may not reconnect by itself (TLS checked after connecting).
-        const bool reopen = !ConnectorReconnects(*owner.m_pSettings) && outcome.kind == ServerError::Lost;
-        if (outcome.error != 0 && (owner.m_pHosts->Lost(outcome.error) || reopen)) owner.Connect(slot);
+        // A lost server rests; with several hosts this connection moves on to
+        // the next now. So does one the connector may not reconnect by itself
+        // (TLS checked after connecting), to the same host after its rest.
+        if (outcome.kind == ServerError::Lost) {
+            owner.m_pHosts->Rest(slot.host);
+            if (owner.m_pHosts->Lost(outcome.error) || !ConnectorReconnects(*owner.m_pSettings)) owner.MoveOn(slot);
+        } else {
+            owner.m_pHosts->Serving(slot.host);
+        }
     }
     logger->log(kLevel, L"Exiting CDatabaseConnection::ExecuteQuery");
     return outcome;

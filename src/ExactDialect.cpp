@@ -78,7 +78,7 @@ void ExactDialect::ReadValue(sql::ResultSet& rows, const char* column, void* val
     ReadTyped(rows, column, value, type);
 }
 
-bool ExactDialect::Answer(const Outcome&, bool, const wchar_t*) const {
+bool ExactDialect::Answer(const Outcome&, bool, const wchar_t*, const std::function<WriteCheck()>&) {
     return true;  // whatever the server said (docs/kept-behaviours.md, S1)
 }
 

@@ -39,6 +39,12 @@ PreparedCache::Prepared& PreparedCache::Get(sql::Connection& connection, const s
     return m_order.front().second;
 }
 
+void PreparedCache::Abandon(std::vector<std::unique_ptr<sql::PreparedStatement>>& left) {
+    for (Entry& entry : m_order) left.push_back(std::move(entry.second.statement));
+    m_order.clear();
+    m_index.clear();
+}
+
 void PreparedCache::Clear() {
     for (Entry& entry : m_order) Close(entry);
     m_order.clear();

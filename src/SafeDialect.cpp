@@ -13,6 +13,7 @@
 #include "CMysqlDatabaseInterface.h"
 #include "TimeStamp.h"
 #include "private/IdAllocation.h"
+#include "private/LostWrite.h"
 #include "private/OperationFrame.h"
 #include "private/RowSink.h"
 #include "private/Transaction.h"
@@ -145,8 +146,12 @@ void SafeDialect::ReadValue(sql::ResultSet& rows, const char* column, void* valu
 }
 
 // Every write of this profile answers here: the one place that decides
-// whether a change counts as done.
-bool SafeDialect::Answer(const Outcome& outcome, bool needsRow, const wchar_t* what) const {
+// whether a change counts as done. A change whose answer was lost is read
+// back, never sent again.
+bool SafeDialect::Answer(const Outcome& outcome, bool needsRow, const wchar_t* what,
+                         const std::function<WriteCheck()>& lost) {
+    if (lost && outcome.kind == ServerError::Lost)
+        return ReadBackLostWrite([this](Statement& probe) { return Run(probe); }, m_context.logger, lost());
     if (outcome.error != 0) {
         m_context.logger->log(kStoreLevel, L"CMysqlDatabaseInterface::%ls : the server refused the statement (error %d)",
                               what, outcome.error);
@@ -157,6 +162,14 @@ bool SafeDialect::Answer(const Outcome& outcome, bool needsRow, const wchar_t* w
         return false;
     }
     return true;
+}
+
+WriteCheck SafeDialect::RowWritten(const std::string& table, const std::string& keyColumn, const Columns& columns,
+                                   const void* key, PARAM_TYPE_NV keyType) const {
+    WriteCheck check{RowCheck(table, keyColumn, key, keyType), true};
+    for (const auto& column : columns)
+        MatchColumn(check.probe, column.first, BoundType(column.second->type), column.second->value);
+    return check;
 }
 
 bool SafeDialect::NoRow(const wchar_t* what) const {
@@ -226,8 +239,10 @@ bool SafeDialect::WriteRow(TICKET_TYPE_NV table, const void* key, PARAM_TYPE_NV 
     RunFrame(m_context.logger, StatementLock(), kWriteRow, [&](const wchar_t*&) {
         Columns named;
         if (!NamedColumns(columns, count, "", named)) return;
-        Statement update = RowUpdate(store.GetTicketType(table), store.GetPrimaryKey(table), named, key, keyType);
-        result = Answer(Run(update), true, L"WriteRow()");
+        const std::string tableName = store.GetTicketType(table), keyColumn = store.GetPrimaryKey(table);
+        Statement update = RowUpdate(tableName, keyColumn, named, key, keyType);
+        result = Answer(Run(update), true, L"WriteRow()",
+                        [&] { return RowWritten(tableName, keyColumn, named, key, keyType); });
     });
     return result;
 }
@@ -349,7 +364,9 @@ bool SafeDialect::InsertOneStatement(TICKET_TYPE_NV table, void* key, PARAM_TYPE
             if (attempt == kAttemptsBeforeResync) RaiseMarkToKeys(table);
             continue;
         }
-        if (Answer(outcome, false, L"InsertRow()")) return true;
+        if (Answer(outcome, false, L"InsertRow()",
+                   [&] { return RowWritten(tableName, keyColumn, named, key, keyType); }))
+            return true;
         break;
     }
     if (generate) ClearKey(key, keyType);

@@ -67,6 +67,20 @@ void StoreDialect::WhereKey(Statement& statement, const std::string& keyColumn, 
     Value(statement, keyType, key);
 }
 
+Statement StoreDialect::RowCheck(const std::string& table, const std::string& keyColumn, const void* key,
+                                 PARAM_TYPE_NV keyType) const {
+    Statement check = NewStatement();
+    check.text = "SELECT 1 FROM " + Name(table);
+    WhereKey(check, keyColumn, key, keyType);
+    return check;
+}
+
+void StoreDialect::MatchColumn(Statement& check, const std::string& column, PARAM_TYPE_NV type,
+                               const void* value) const {
+    check.text += " AND " + Name(column) + " <=> ";
+    Value(check, type, value);
+}
+
 Statement StoreDialect::InsertKey(const std::string& table, const std::string& keyColumn, const void* key,
                                   PARAM_TYPE_NV keyType) const {
     Statement statement = NewStatement();

@@ -21,7 +21,8 @@ public:
     void Text(Statement& statement, const std::string& utf8) const override;
     void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const override;
     void ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const override;
-    bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what) const override;
+    bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what,
+                const std::function<WriteCheck()>& lost = nullptr) override;
     bool NotRun() const override { return true; }
     bool NoRow(const wchar_t*) const override { return true; }
     Statement ClearColumn(const std::string& table, const std::string& keyColumn, const char* column,

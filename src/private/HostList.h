@@ -2,7 +2,9 @@
 #define NORVA_PRIVATE_HOSTLIST_H
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,8 +19,18 @@
 //   is in use, an earlier one is looked at again now and then (ReturnDue);
 // - ClusterWrites = any: from the host that answered last; once its server
 //   is lost, the next connect starts with the host after it.
+//
+// A host whose server was lost (a refused connect, a timeout, a dropped
+// connection) rests for a short pause: connects pass it over while another
+// host is left to try, and a call with nothing else to try waits for the end
+// of the pause first. So a down server is tried a few times a second at
+// most, however often the host program calls.
 class HostList {
 public:
+    using Clock = std::chrono::steady_clock;
+    // How long a lost host rests before it is tried again.
+    static constexpr std::chrono::milliseconds kRestPause{500};
+
     explicit HostList(const std::string& value, ClusterWrites writes = ClusterWrites::Any);
 
     size_t Size() const { return m_hosts.size(); }
@@ -43,11 +55,20 @@ public:
     // a single host.
     bool Lost(int error);
 
+    // The server of `host` was lost: it rests for kRestPause from now.
+    void Rest(size_t host);
+    bool Resting(size_t host) const;
+    // Waits until `host` has rested (at once when it is not resting).
+    void WaitRested(size_t host) const;
+    // A statement on `host` ran: it is not resting any more.
+    void Serving(size_t host);
+
 private:
     std::vector<std::string> m_hosts;
     const ClusterWrites m_writes;
     std::atomic<size_t> m_current{0};
     std::atomic<long long> m_nextReturnMs{0};
+    std::unique_ptr<std::atomic<Clock::rep>[]> m_restUntil;  // per host, in Clock ticks
 };
 
 #endif

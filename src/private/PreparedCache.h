@@ -7,6 +7,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace sql {
 class Connection;
@@ -36,6 +37,11 @@ public:
     // Closes every statement: before the connection is replaced, or when the
     // server no longer knows them (a reconnect).
     void Clear();
+    // Gives up every statement without a word to the server, for a
+    // connection whose server was lost: closing them could wait there for an
+    // answer that never comes (a TLS connection that timed out). They are
+    // moved to `left`, which keeps them, never closed.
+    void Abandon(std::vector<std::unique_ptr<sql::PreparedStatement>>& left);
     std::size_t Size() const { return m_order.size(); }
 
     PreparedCache(const PreparedCache&) = delete;

@@ -23,7 +23,8 @@ public:
     void Text(Statement& statement, const std::string& utf8) const override;
     void ReadCell(sql::ResultSet& rows, unsigned int index, int columnType, RowSink& block) const override;
     void ReadValue(sql::ResultSet& rows, const char* column, void* value, PARAM_TYPE_NV type) const override;
-    bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what) const override;
+    bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what,
+                const std::function<WriteCheck()>& lost = nullptr) override;
     bool NotRun() const override { return false; }
     bool NoRow(const wchar_t* what) const override;
     Statement ClearColumn(const std::string& table, const std::string& keyColumn, const char* column,
@@ -39,6 +40,9 @@ public:
     // UPDATE T SET C1 = ?, C2 = ? WHERE K = ?
     Statement RowUpdate(const std::string& table, const std::string& keyColumn, const Columns& columns,
                         const void* key, PARAM_TYPE_NV keyType) const;
+    // The check of a row written with `columns`: the row of `key` holds their values.
+    WriteCheck RowWritten(const std::string& table, const std::string& keyColumn, const Columns& columns,
+                          const void* key, PARAM_TYPE_NV keyType) const;
     // INSERT INTO T (K, C1, ...) VALUES (?, ?, ...), with `replace` updating a row that has the key.
     Statement RowInsert(const std::string& table, const std::string& keyColumn, const Columns& columns,
                         const void* key, PARAM_TYPE_NV keyType, bool replace) const;

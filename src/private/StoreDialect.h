@@ -14,6 +14,7 @@
 
 class CMysqlDatabaseInterface;
 class CDatabaseConnection;
+struct WriteCheck;
 class Logger;
 class RowSink;
 class dl_MultiValue;
@@ -65,7 +66,10 @@ public:
     // --- what a write answers ---
     // The answer of a change, from what the server said; `needsRow`: a change
     // that matched no row failed. `what` names the operation in the log.
-    virtual bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what) const = 0;
+    // `lost` gives the check that finds out whether the change took effect
+    // when the connection broke before its answer came (see LostWrite.h).
+    virtual bool Answer(const Outcome& outcome, bool needsRow, const wchar_t* what,
+                        const std::function<WriteCheck()>& lost = nullptr) = 0;
     // What an operation answers when its statement could not be made or run.
     virtual bool NotRun() const = 0;
     // What a single-column read answers when the key has no row.
@@ -103,6 +107,12 @@ public:
     // The SELECT of a query object (its keys and tables read with its own
     // cursors); `tableName` names a table type.
     Statement Query(dl_MultiValue& query, const std::function<std::string(TICKET_TYPE_NV)>& tableName) const;
+
+    // SELECT 1 FROM T WHERE K = key: the check of a write to one row, to
+    // which MatchColumn adds " AND C <=> value" for each value written.
+    Statement RowCheck(const std::string& table, const std::string& keyColumn, const void* key,
+                       PARAM_TYPE_NV keyType) const;
+    void MatchColumn(Statement& check, const std::string& column, PARAM_TYPE_NV type, const void* value) const;
 
     // The part of "TABLE.COLUMN" after the first "."; null (logged) without one.
     const char* ColumnPart(const char* column) const;

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -160,6 +161,56 @@ bool ReadStatusOfC1(int& status) {
                                                                 "JDFTICKET.STATUS", &status, PARAM_INT);
 }
 void StartServer() { RunScript("db-start.sh"); }
+
+int ServerPid(const std::string& dir) {
+    std::ifstream file(dir + "/mysqld.pid");
+    int pid = 0;
+    file >> pid;
+    if (pid <= 1) throw std::runtime_error("no server pid in " + dir);
+    return pid;
+}
+
+Freeze::Freeze(int pid, int seconds) : m_pid(pid) {
+    int fds[2];
+    if (::pipe(fds) != 0) throw std::runtime_error("Freeze: no pipe");
+    const pid_t parent = ::getpid();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        // Only async-signal-safe calls here: the parent has threads.
+        ::close(fds[1]);
+        pollfd release = {fds[0], POLLIN, 0};
+        for (int waited = 0; waited < seconds * 1000 && ::getppid() == parent; waited += 100)
+            if (::poll(&release, 1, 100) != 0) break;
+        ::kill(pid, SIGCONT);
+        ::_exit(0);
+    }
+    ::close(fds[0]);
+    if (child < 0) {
+        ::close(fds[1]);
+        throw std::runtime_error("Freeze: no guard process");
+    }
+    m_guard = child;
+    m_release = fds[1];
+    ::kill(pid, SIGSTOP);
+}
+
+void Freeze::Resume() {
+    if (m_guard < 0) return;
+    ::kill(m_pid, SIGCONT);
+    ::close(m_release);
+    ::waitpid(m_guard, nullptr, 0);
+    m_guard = -1;
+}
+
+Freeze::~Freeze() { Resume(); }
+
+int ThreadCount() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("Threads:", 0) == 0) return std::atoi(line.c_str() + 8);
+    return -1;
+}
 
 bool ChildRun::Logged(const std::string& part) const { return Count(part) > 0; }
 

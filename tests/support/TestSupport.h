@@ -87,6 +87,30 @@ void StartServer();
 // connection tests' probe); false when the store reported a failure.
 bool ReadStatusOfC1(int& status);
 
+// The pid of the server kept in DIR (scripts/db-start.sh or a cluster node's directory).
+int ServerPid(const std::string& dir);
+
+// Stops a process with SIGSTOP (a server that hangs with its sockets open)
+// until Resume or destruction, for at most `seconds`. A child process of its
+// own resumes it when that time is up or when this process dies first, so a
+// failed assertion or a crash never leaves a server frozen.
+class Freeze {
+public:
+    Freeze(int pid, int seconds);
+    ~Freeze();
+    void Resume();
+    Freeze(const Freeze&) = delete;
+    Freeze& operator=(const Freeze&) = delete;
+
+private:
+    int m_pid;
+    int m_guard = -1;  // the guarding child, -1 once reaped
+    int m_release = -1;  // write end of the pipe that tells the child to resume now
+};
+
+// How many threads this process has now.
+int ThreadCount();
+
 // What InChild's body answered and every line the library logged meanwhile
 // (UTF-8, line breaks inside a line written as "\\n").
 struct ChildRun {
